@@ -1,0 +1,46 @@
+# The two commands a fresh machine needs: `make demo` and `make check`.
+JOBS ?= 2
+CMAKE_FLAGS ?=
+
+.PHONY: all deps build demo check check-plain check-asan check-tsan check-fuzz format clean
+
+all: build
+
+deps:
+	bash scripts/install-deps
+
+build: deps
+	cmake -S . -B build $(CMAKE_FLAGS) >/dev/null
+	cmake --build build -j$(JOBS)
+
+demo: build
+	bash scripts/demo
+
+check: deps
+	$(MAKE) check-plain check-asan check-tsan check-fuzz
+
+check-plain:
+	cmake -S . -B build $(CMAKE_FLAGS) >/dev/null
+	cmake --build build -j$(JOBS)
+	ctest --test-dir build --output-on-failure -j$(JOBS)
+
+check-asan:
+	cmake -S . -B build-asan -DTOVRIN_SANITIZE=address $(CMAKE_FLAGS) >/dev/null
+	cmake --build build-asan -j$(JOBS)
+	ctest --test-dir build-asan --output-on-failure -j$(JOBS) -LE nosan
+
+check-tsan:
+	cmake -S . -B build-tsan -DTOVRIN_SANITIZE=thread $(CMAKE_FLAGS) >/dev/null
+	cmake --build build-tsan -j$(JOBS)
+	ctest --test-dir build-tsan --output-on-failure -j$(JOBS) -L threads -LE nosan
+
+check-fuzz:
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DTOVRIN_FUZZ=ON $(CMAKE_FLAGS) >/dev/null
+	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
+	ctest --test-dir build-fuzz --output-on-failure -L fuzz
+
+format:
+	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
+
+clean:
+	rm -rf build build-asan build-tsan build-fuzz

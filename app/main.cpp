@@ -1,0 +1,3 @@
+int tovrinMain(int argc, char** argv);
+
+int main(int argc, char** argv) { return tovrinMain(argc, argv); }

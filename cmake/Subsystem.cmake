@@ -1,0 +1,10 @@
+# One static library per subsystem folder, from every .cpp in it (main.cpp excluded).
+function(tovrin_subsystem name)
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  list(FILTER srcs EXCLUDE REGEX "/main\\.cpp$")
+  if(NOT srcs)
+    set(srcs ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
+  endif()
+  add_library(${name} STATIC ${srcs})
+  target_compile_options(${name} PRIVATE ${TOVRIN_WARNINGS})
+endfunction()
