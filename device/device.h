@@ -31,3 +31,10 @@ extern DeviceSeams deviceSeams;
 
 // The bytes of the configuration written for a chosen entry.
 std::string asoundConfText(const std::string& entry);
+
+// Points the device and tuning seams at a test sandbox folder: the card
+// selection writes <dir>/asound.conf, the core sweep walks <dir>/proc/ and
+// appends "tid cpu,cpu,..." lines to <dir>/affinity.log instead of calling,
+// and real-time scheduling and memory locking are skipped and recorded in
+// <dir>/tuning.log. Main thread, once at start-up, before any other call here.
+void applySandbox(const char* dir);

@@ -19,8 +19,10 @@ bool isCueFile(const char* name);       // ".cue" or ".CUE"
 // An unreadable folder prints "Can't read %s\n" on stderr and leaves list empty.
 void scanFolder(const char* path, FolderList& list);
 
-// Prints the page at listPositions[folderDepth] of folderList.
+// Prints the page at listPositions[folderDepth] of folderList (of list), one
+// flushed line per entry; nothing when the position lies outside the list.
 void printFolderPage();
+void printFolderList(const FolderList& list);
 
 // Paging rule on a page position (linesPerPage below 1 counts as 1).
 int pageUpPosition(int position, int linesPerPage);

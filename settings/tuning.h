@@ -18,9 +18,10 @@ bool coreSets(long n, int coresSelect, cpu_set_t& dedicated, cpu_set_t& shared);
 // Seams for the calls a test must never make for real. main() points these
 // at a sandbox when TOVRIN_SANDBOX names a folder.
 struct TuningSeams {
-    std::string procRoot = "/proc/";  // with trailing slash
-    long (*configuredCpus)() = nullptr;   // null: sysconf(_SC_NPROCESSORS_CONF)
+    std::string procRoot = "/proc/";     // with trailing slash
+    long (*configuredCpus)() = nullptr;  // null: sysconf(_SC_NPROCESSORS_CONF)
     int (*setAffinity)(pid_t tid, const cpu_set_t& set) = nullptr;  // null: sched_setaffinity
     bool realTimeAllowed = true;  // false: SCHED_FIFO and mlockall are skipped
+    std::string logPath;          // when set, each tuning step is appended here as a line
 };
 extern TuningSeams tuningSeams;
