@@ -1,2 +1,105 @@
-// Placeholder until the start-up sequence lands.
-int tovrinMain(int, char**) { return 0; }
+// The program's entry: start-up, then background play or the command loop.
+#include <alsa/asoundlib.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "app/frontend.h"
+#include "device/device.h"
+#include "library/folder.h"
+#include "settings/settings.h"
+#include "settings/tuning.h"
+
+namespace {
+
+// The standard streams go nowhere in background mode. They are pointed at
+// /dev/null rather than left closed so that no later open() lands on 0..2
+// and receives stray output.
+void detachStandardStreams() {
+    int null = open("/dev/null", O_RDWR);
+    for (int fd = 0; fd <= 2; ++fd) {
+        close(fd);
+        if (null >= 0) dup2(null, fd);
+    }
+    if (null > 2) close(null);
+}
+
+bool isBackgroundArgument(int argc, char** argv) {
+    if (argc < 2) return false;
+    const char* arg = argv[1];
+    struct stat st {};
+    // A path that does not fit the path slot is refused rather than cut.
+    return isPlayableFile(arg) && stat(arg, &st) == 0 && std::strlen(arg) < size_t(kPathSlot);
+}
+
+void testOpenDevice() {
+    snd_pcm_t* pcm = nullptr;
+    int rc = snd_pcm_open(&pcm, "default", SND_PCM_STREAM_PLAYBACK, 0);
+    if (rc == 0) {
+        snd_pcm_close(pcm);
+        return;
+    }
+    std::fprintf(stderr, "unable to open pcm device: %s\n", snd_strerror(rc));
+    std::fflush(stderr);
+    if (!selectSoundCard()) std::exit(1);
+}
+
+void probeFormats() {
+    dsdNativeBE.store(probeOutputFormat(kFormatDsdU32BE) ? 1 : 0);
+    dsdNativeLE.store(probeOutputFormat(kFormatDsdU32LE) ? 1 : 0);
+    if (probeOutputFormat(kFormatS32))
+        outputFormat.store(kFormatS32);
+    else if (probeOutputFormat(kFormatS24_3))
+        outputFormat.store(kFormatS24_3);
+    else
+        outputFormat.store(kFormatS16);
+}
+
+int runBackground(const char* file) {
+    pid_t child = fork();
+    if (child != 0) std::exit(0);  // the parent, or no child at all
+    umask(0);
+    setsid();
+    detachStandardStreams();
+    showAlsaSetup.store(1);
+    copyPathSlot(currentPath, file);
+    playerRoutine.load()(nullptr);
+    return 0;
+}
+
+int runInteractive() {
+    std::string folder;
+    if (readPathFile(folder)) currentFolder = folder;
+    std::printf("%s\nh - view list of commands\n%s", colorBrightCyan, colorReset);
+    std::fflush(stdout);
+    scanFolder(currentFolder.c_str(), folderList);
+    return runCommandLoop();
+}
+
+}  // namespace
+
+int tovrinMain(int argc, char** argv) {
+    if (const char* sandbox = std::getenv("TOVRIN_SANDBOX")) applySandbox(sandbox);
+    // Every line reaches the terminal or pipe as soon as it is complete.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    if (isBackgroundArgument(argc, argv)) {
+        detachStandardStreams();
+        backgroundMode = 1;
+    } else {
+        std::printf("Tovrin for Linux. Console version\n\n");
+        std::fflush(stdout);
+    }
+    std::memset(sampleBuffer, 0, sizeof sampleBuffer);
+    loadSettings();
+    applyProcessTuning();
+    if (settings.linesPerPage == 0) settings.linesPerPage = 100;
+    testOpenDevice();
+    probeFormats();
+    selectPlayerVariant();
+    if (backgroundMode == 1) return runBackground(argv[1]);
+    return runInteractive();
+}

@@ -1,0 +1,94 @@
+// The command loop and the playing command set.
+#include <cstdio>
+
+#include "app/command_read.h"
+#include "app/frontend.h"
+#include "app/rules.h"
+#include "engine/now_playing.h"
+#include "library/cue.h"
+#include "library/folder.h"
+#include "settings/settings.h"
+
+namespace {
+
+void playingPrompt() {
+    std::fputs("\n> ", stdout);
+    std::fflush(stdout);
+}
+
+void trackJump(const std::string& word) {
+    int64_t track = leadingInteger(std::string_view(word).substr(1));
+    if (track >= 1 && track <= static_cast<int64_t>(trackStartsMs.size()))
+        jumpTo(trackStartsMs[track - 1] / 1000);
+}
+
+void seekCommand(const std::string& word) {
+    std::optional<SeekCommand> seek = parseSeek(word);
+    if (!seek) return;
+    std::optional<int32_t> target = seekTarget(*seek, positionSeconds(), streamSeconds.load());
+    if (!target) return;
+    jumpTo(*target);
+    if (seek->kind != SeekKind::Absolute) printElapsedTime();
+}
+
+bool isLetter(const std::string& word, char lower) {
+    return word.size() == 1 && (word[0] == lower || word[0] == lower - 'a' + 'A');
+}
+
+}  // namespace
+
+bool runPlayingCommand(const std::string& word) {
+    if (!word.empty() && word[0] == '.') {
+        trackJump(word);
+    } else if (isLetter(word, 's')) {
+        stopPlayer();
+        return true;
+    } else if (isLetter(word, 'p')) {
+        playPrevious();
+    } else if (isLetter(word, 'n')) {
+        playNext();
+    } else if (isLetter(word, 'b')) {
+        togglePause();
+    } else if (isLetter(word, 't')) {
+        printElapsedTime();
+    } else if (isLetter(word, 'h')) {
+        printKeyHints();
+    } else if (isLetter(word, 'i')) {
+        printTrackInfo();
+        return true;
+    } else {
+        seekCommand(word);
+    }
+    playingPrompt();
+    return true;
+}
+
+bool runCommand(const std::string& word) {
+    if (word == "x" || word == "X") return false;
+    if (playerRunning.load() != 0)
+        runPlayingCommand(word);
+    else
+        runIdleCommand(word);
+    return true;
+}
+
+int exitProgram() {
+    saveSettings();
+    writePathFile(currentFolder);
+    // A thread still opening its file is stopped too, so none outlives the loop.
+    if (playerRunning.load() != 0 || playerThread.load() != 0) stopPlayer();
+    return 0;
+}
+
+int runCommandLoop() {
+    CommandReader reader(stdin);
+    for (;;) {
+        if (playerThread.load() == 0) {
+            std::fputs("\n> ", stderr);
+            std::fflush(stderr);
+        }
+        std::optional<std::string> word = reader.next();
+        if (!word || !runCommand(*word)) break;
+    }
+    return exitProgram();
+}
