@@ -1,0 +1,138 @@
+// Reading a sheet's lines as UTF-8. The encoding is decided by the first two
+// bytes alone: a UTF-8 or UTF-16 byte-order mark, otherwise CP1251 (the sheets
+// this player meets without a mark are mostly Cyrillic rips).
+#include <glib.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "library/cue.h"
+
+namespace {
+
+enum class SheetEncoding { Utf8, Utf16Le, Utf16Be, Cp1251 };
+
+constexpr size_t kMaxLineBytes = 4095;  // a 4096-byte line buffer with its NUL
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+struct GFree {
+    void operator()(gchar* p) const { g_free(p); }
+};
+using GText = std::unique_ptr<gchar, GFree>;
+
+SheetEncoding encodingFromMark(const unsigned char* head, size_t count) {
+    if (count < 2) return SheetEncoding::Cp1251;
+    if (head[0] == 0xEF && head[1] == 0xBB) return SheetEncoding::Utf8;
+    if (head[0] == 0xFF && head[1] == 0xFE) return SheetEncoding::Utf16Le;
+    if (head[0] == 0xFE && head[1] == 0xFF) return SheetEncoding::Utf16Be;
+    return SheetEncoding::Cp1251;
+}
+
+// Text up to its first zero byte: lines are handled as C strings.
+std::string upToZero(const char* text, size_t length) {
+    std::string s(text, length);
+    return s.substr(0, s.find('\0'));
+}
+
+// Converts to UTF-8; a line that does not convert is kept as it was read.
+// The reason of a failure is never used, so none is asked for.
+std::string convertLine(const std::string& bytes, const char* fromCharset) {
+    gsize read = 0;
+    gsize written = 0;
+    GText out(g_convert(bytes.data(), static_cast<gssize>(bytes.size()), "UTF-8", fromCharset,
+                        &read, &written, nullptr));
+    if (!out) return upToZero(bytes.data(), bytes.size());
+    return upToZero(out.get(), written);
+}
+
+// Reads one line of at most kMaxLineBytes bytes into line, consuming its line
+// feed. Returns false when reading must stop after this line: end of file, a
+// read error, or a line too long for the buffer (the rest is never read).
+bool readByteLine(std::FILE* file, std::string& line) {
+    line.clear();
+    for (;;) {
+        int c = std::getc(file);
+        if (c == EOF) return false;
+        if (c == '\n') return true;
+        if (line.size() == kMaxLineBytes) return false;
+        line.push_back(static_cast<char>(c));
+    }
+}
+
+// The line in progress is stored before the end is noticed, so a final line
+// feed yields a final empty line and an empty file yields one empty line.
+void readByteLines(std::FILE* file, bool cp1251, std::vector<std::string>& lines) {
+    std::string raw;
+    bool more = true;
+    while (more) {
+        more = readByteLine(file, raw);
+        std::string line = upToZero(raw.data(), raw.size());
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        lines.push_back(cp1251 ? convertLine(line, "CP1251") : line);
+    }
+}
+
+// Only a carriage return right before a line feed goes; the last line, which
+// has none, keeps a final one.
+void appendUtf16Line(std::string& units, bool bigEndian, bool atLineFeed,
+                     std::vector<std::string>& lines) {
+    size_t n = units.size();
+    bool crLast = atLineFeed && n >= 2 &&
+                  (bigEndian ? units[n - 2] == 0 && units[n - 1] == '\r'
+                             : units[n - 2] == '\r' && units[n - 1] == 0);
+    if (crLast) units.resize(n - 2);
+    // Little-endian lines go to "UTF-16" without a mark, which glibc reads in
+    // the machine's (little-endian) order.
+    lines.push_back(convertLine(units, bigEndian ? "UTF-16BE" : "UTF-16"));
+    units.clear();
+}
+
+// Lines are kept whole whatever their length. A lone byte at the very end is
+// not a code unit and is ignored.
+void readUtf16Lines(std::FILE* file, bool bigEndian, std::vector<std::string>& lines) {
+    std::string units;
+    unsigned char pair[2];
+    while (std::fread(pair, 1, 2, file) == 2) {
+        unsigned unit = bigEndian ? (pair[0] << 8 | pair[1]) : (pair[1] << 8 | pair[0]);
+        if (unit == 0x000A) {
+            appendUtf16Line(units, bigEndian, true, lines);
+        } else {
+            units.append(reinterpret_cast<const char*>(pair), 2);
+        }
+    }
+    appendUtf16Line(units, bigEndian, false, lines);
+}
+
+}  // namespace
+
+void readCueLines(const std::string& path, std::vector<std::string>& lines) {
+    File file(std::fopen(path.c_str(), "rb"));
+    if (!file) return;
+    unsigned char head[4];
+    size_t count = std::fread(head, 1, sizeof head, file.get());
+    SheetEncoding encoding = encodingFromMark(head, count);
+    std::rewind(file.get());
+
+    switch (encoding) {
+        case SheetEncoding::Utf8:
+            // The third mark byte is skipped unseen; a file of just EF BB
+            // still gives its one empty line.
+            for (int i = 0; i < 3; ++i) std::getc(file.get());
+            readByteLines(file.get(), false, lines);
+            break;
+        case SheetEncoding::Cp1251:
+            readByteLines(file.get(), true, lines);
+            break;
+        case SheetEncoding::Utf16Le:
+        case SheetEncoding::Utf16Be:
+            std::fseek(file.get(), 2, SEEK_SET);
+            readUtf16Lines(file.get(), encoding == SheetEncoding::Utf16Be, lines);
+            break;
+    }
+}
