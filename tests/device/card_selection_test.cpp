@@ -1,0 +1,161 @@
+#include <iostream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "device/device.h"
+#include "tests/settings/test_files.h"
+
+namespace {
+
+using testfiles::readFile;
+
+std::vector<NameHint> fedHints;
+bool feedHints(std::vector<NameHint>& out) {
+    out = fedHints;
+    return true;
+}
+bool failHints(std::vector<NameHint>&) { return false; }
+
+NameHint hint(const std::string& name, const char* desc = nullptr) {
+    return NameHint{name, desc ? desc : "", desc != nullptr};
+}
+
+const std::vector<NameHint> kDacHints = {
+    hint("hw:CARD=DAC,DEV=0", "USB DAC, USB Audio\nDirect hardware device without conversions"),
+    hint("plughw:CARD=DAC,DEV=0", "USB DAC, USB Audio\nHardware device with conversions"),
+    hint("sysdefault:CARD=DAC", "USB DAC\nDefault Audio Device"),
+    hint("null", "Discard all samples"),
+    hint(""),
+};
+
+struct Result {
+    bool ok;
+    std::string out, err;
+};
+
+class CardSelection : public ::testing::Test {
+protected:
+    void SetUp() override {
+        soundCardIds.clear();
+        soundCardDescriptions.clear();
+        deviceSeams.asoundConfPath = dir_ / "asound.conf";
+        deviceSeams.nameHints = feedHints;
+        fedHints = kDacHints;
+        oldCin_ = std::cin.rdbuf();
+    }
+    void TearDown() override {
+        std::cin.rdbuf(oldCin_);
+        std::cin.clear();
+        deviceSeams = DeviceSeams{};
+        soundCardIds.clear();
+        soundCardDescriptions.clear();
+    }
+    Result select(const std::string& input) {
+        input_.str(input);
+        input_.clear();
+        std::cin.rdbuf(input_.rdbuf());
+        std::cin.clear();
+        testfiles::Capture out(stdout), err(stderr);
+        bool ok = selectSoundCard();
+        return {ok, out.text(), err.text()};
+    }
+    testfiles::TempDir dir_;
+    std::stringstream input_;
+    std::streambuf* oldCin_ = nullptr;
+};
+
+TEST_F(CardSelection, ListsEachCardOnceAndWritesTheChosenOne) {
+    Result r = select("1\n");
+    ASSERT_TRUE(r.ok) << r.err;
+    EXPECT_EQ(
+        "hw:CARD=DAC,DEV=0\nUSB DAC, USB Audio\n\n"
+        "sysdefault:CARD=DAC\nUSB DAC\n\n"
+        "Select Device:\n"
+        "0   DAC,DEV=0\nUSB DAC, USB Audio\n\n"
+        "1   DAC\nUSB DAC\n\n"
+        "\nCard number>"
+        "Device: DAC\n",
+        r.out);
+    EXPECT_EQ("", r.err);
+    EXPECT_EQ(
+        "pcm.!default\n{\ntype hw\ncard DAC\ndevice 0\n}\n"
+        "ctl.!default\n{\ntype hw\ncard DAC\ndevice 0\n}\n",
+        readFile(dir_ / "asound.conf"));
+}
+
+TEST_F(CardSelection, SecondCallKeepsNumbersAndListsOnlyNewCards) {
+    select("9\n");
+    fedHints.insert(fedHints.begin(), hint("hw:CARD=PCH,DEV=3"));
+    Result r = select("2\n");
+    ASSERT_TRUE(r.ok);
+    EXPECT_EQ(0u, r.out.find("hw:CARD=PCH,DEV=3\nSelect Device:\n0   DAC,DEV=0\n")) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("2   PCH,DEV=3\n\n\n"));
+    EXPECT_EQ((std::vector<std::string>{"DAC,DEV=0", "DAC", "PCH,DEV=3"}), soundCardIds);
+    EXPECT_EQ((std::vector<std::string>{"USB DAC, USB Audio", "USB DAC", ""}),
+              soundCardDescriptions);
+    EXPECT_NE(std::string::npos, readFile(dir_ / "asound.conf").find("card PCH\ndevice 3\n"));
+    EXPECT_TRUE(isKnownSoundCard("DAC"));
+    EXPECT_FALSE(isKnownSoundCard("DA"));
+    EXPECT_FALSE(isKnownSoundCard("DAC,DEV=0 "));
+}
+
+TEST_F(CardSelection, BadInputFailsWithoutWritingAndLeavesTheStreamUsable) {
+    struct Case {
+        const char* input;
+        const char* rest;  // what the command loop reads next ("" = end of input)
+    };
+    const Case cases[] = {
+        {"2\nnext\n", "next"},  {"-1\nnext\n", "next"},      {"abc def\nnext\n", "next"},
+        {"", ""},               {"\n\n", ""},                {"99999999999999999999\nnext\n", "next"},
+    };
+    for (const Case& c : cases) {
+        testfiles::writeFile(dir_ / "asound.conf", "before");
+        Result r = select(c.input);
+        EXPECT_FALSE(r.ok) << c.input;
+        EXPECT_EQ("\nERROR: Not found sound devices!\n", r.err) << c.input;
+        EXPECT_EQ("before", readFile(dir_ / "asound.conf")) << c.input;
+        std::string word;
+        std::cin >> word;
+        EXPECT_EQ(c.rest, word) << c.input;
+    }
+}
+
+TEST_F(CardSelection, NoCardsOrFailingHints) {
+    for (auto source : {feedHints, failHints}) {
+        deviceSeams.nameHints = source;
+        fedHints = {hint("null", "Discard"), hint("pulse")};
+        Result r = select("0\n");
+        EXPECT_FALSE(r.ok);
+        EXPECT_EQ("", r.out);
+        EXPECT_EQ("\nERROR: Not found sound devices!\n", r.err);
+    }
+}
+
+TEST_F(CardSelection, UnwritableConfigurationReportsRoot) {
+    deviceSeams.asoundConfPath = dir_ / "missing/asound.conf";
+    Result r = select("0\n");
+    EXPECT_FALSE(r.ok);
+    EXPECT_EQ("\nCan't open /etc/asound.conf\nPlease run player as root!\n", r.err);
+    EXPECT_EQ(std::string::npos, r.out.find("Device: "));
+}
+
+TEST(AsoundConf, CardAndDeviceFromTheEntry) {
+    struct Case {
+        const char* entry;
+        const char* card;
+        char device;
+    };
+    const Case cases[] = {
+        {"DAC,DEV=0", "DAC", '0'},   {"DAC", "DAC", '0'},        {"DAC,DEV=12", "DAC", '1'},
+        {"PCH,DEV=3", "PCH", '3'},   {"X,Y,DEV=2", "X,Y", '2'},
+    };
+    for (const Case& c : cases) {
+        const std::string section =
+            std::string("{\ntype hw\ncard ") + c.card + "\ndevice " + c.device + "\n}\n";
+        EXPECT_EQ("pcm.!default\n" + section + "ctl.!default\n" + section, asoundConfText(c.entry))
+            << c.entry;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "library/folder.h"
+#include "settings/settings.h"
+#include "tests/settings/test_files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testfiles::Capture;
+
+TEST(PlayableFile, SuffixesInExactlyTwoCases) {
+    const char* yes[] = {"a.wav",  "a.WAV",  "b.aiff", "B.AIFF", "x.ogg", "x.OGG", "x.mp3",
+                         "x.MP3",  "x.flac", "x.FLAC", "x.ape",  "x.APE", "x.m4a", "x.M4A",
+                         "x.mp4",  "x.MP4",  "x.aac",  "x.AAC",  "x.dff", "x.DFF", "x.dsf",
+                         "x.DSF",  "x.wv",   "x.WV",   ".wv",    ".wav",  "/music/a b/01.flac"};
+    const char* no[] = {"x.Flac", "x.Mp3", "wv", "flac", "x.flac ", "x.flac.txt", "x.aif",
+                        "x.wma",  "",      "x.cue", "x.wV", "x_wav"};
+    for (const char* name : yes) EXPECT_TRUE(isPlayableFile(name)) << name;
+    for (const char* name : no) EXPECT_FALSE(isPlayableFile(name)) << name;
+    for (const char* name : {"a.cue", "A.CUE", ".cue"}) EXPECT_TRUE(isCueFile(name)) << name;
+    for (const char* name : {"a.Cue", "cue", "a.cue.bak"}) EXPECT_FALSE(isCueFile(name)) << name;
+}
+
+class FolderScan : public ::testing::Test {
+protected:
+    void SetUp() override {
+        settings = Settings{};
+        setColors(false);
+    }
+    void TearDown() override { settings = Settings{}; }
+    void touch(const std::string& rel) { testfiles::writeFile(dir_ / rel, ""); }
+    FolderList scan(const std::string& path, std::string* out = nullptr, std::string* err = nullptr) {
+        FolderList list{"stale"};
+        Capture o(stdout), e(stderr);
+        scanFolder(path.c_str(), list);
+        std::string so = o.text(), se = e.text();
+        if (out) *out = so;
+        if (err) *err = se;
+        return list;
+    }
+    testfiles::TempDir dir_;
+};
+
+TEST_F(FolderScan, GroupsFiltersAndByteOrder) {
+    for (const char* f : {"b.flac", "A.FLAC", "c.Flac", "notes.txt", "disc.cue", "B.CUE",
+                          "10 Track.wav", "2 Track.wav", "\xc3\xa9t\xc3\xa9.mp3", "z.mp3"})
+        touch(f);
+    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"}) fs::create_directory(dir_ / d);
+    fs::create_symlink(dir_ / "Art", dir_ / "link to art");
+    fs::create_symlink(dir_ / "nowhere", dir_ / "broken.mp3");
+    fs::create_symlink(dir_ / "nowhere", dir_ / "broken dir");
+
+    const FolderList expected = {"..",           ".hidden",     "Art",    "a folder",
+                                 "link to art",  "live.flac",   "10 Track.wav",
+                                 "2 Track.wav",  "A.FLAC",      "b.flac", "broken.mp3",
+                                 "z.mp3",        "\xc3\xa9t\xc3\xa9.mp3", "B.CUE",
+                                 "disc.cue"};
+    EXPECT_EQ(expected, scan(dir_.path()));
+    EXPECT_EQ(dir_.path(), listedFolder);
+    EXPECT_FALSE(atRoot);
+}
+
+TEST_F(FolderScan, EmptyFolderHoldsOnlyTheParent) {
+    fs::create_directory(dir_ / "empty");
+    std::string out;
+    EXPECT_EQ(FolderList{".."}, scan(dir_ / "empty", &out));
+    EXPECT_EQ("\n0    ..\n", out);
+}
+
+TEST_F(FolderScan, RootHasNoParentEntry) {
+    FolderList list = scan("/");
+    EXPECT_TRUE(atRoot);
+    ASSERT_FALSE(list.empty());
+    EXPECT_NE("..", list[0]);
+    EXPECT_TRUE(std::find(list.begin(), list.end(), "tmp") != list.end());
+}
+
+TEST_F(FolderScan, UnreadableFolderReportsAndEmptiesTheList) {
+    std::string out, err;
+    const std::string missing = dir_ / "gone";
+    EXPECT_TRUE(scan(missing, &out, &err).empty());
+    EXPECT_EQ("", out);
+    EXPECT_EQ("Can't read " + missing + "\n", err);
+    EXPECT_EQ(missing, listedFolder);
+    EXPECT_FALSE(atRoot);
+}
+
+TEST_F(FolderScan, LongPathsAreKeptWhole) {
+    std::string path = dir_.path();
+    while (path.size() < 700) {
+        path += "/" + std::string(60, 'd');
+        fs::create_directory(path);
+    }
+    testfiles::writeFile(path + "/track.flac", "");
+    std::string out;
+    EXPECT_EQ((FolderList{"..", "track.flac"}), scan(path, &out));
+    EXPECT_EQ(path, listedFolder);
+    EXPECT_NE(std::string::npos, out.find("1    " + path + "/track.flac\n"));
+}
+
+}  // namespace
