@@ -1,0 +1,41 @@
+// The parts of a player run that every routine shares: the run's start, the
+// per-file reports and clock, queue advance, pending seeks, pacing, and the
+// one way every run ends. Player thread only.
+#pragma once
+#include <alsa/asoundlib.h>
+
+#include <cstdint>
+
+#include "engine/decoder_setup.h"
+#include "engine/output_device.h"
+
+// The objects one run keeps for all its files.
+struct RunObjects {
+    HwParams params;
+    PcmStatus status;
+};
+
+// Resets the stream fields, makes the run objects and applies the core
+// selection. False when the objects could not be allocated.
+bool beginRun(RunObjects& run);
+
+// The ALSA report and key hints for the first file of a run, then the track
+// report; then the file's clock starts unless a seek is pending.
+void announceFile(const snd_pcm_hw_params_t* params, bool extraLine);
+
+// Moves to the next queue slot and makes it currentPath; false at the end.
+bool advanceQueue();
+
+// Consumes a pending seek: its seconds when inside the file, else -1.
+int32_t takeSeek();
+
+// One pacing sleep of a sixteenth of the device's buffer time.
+void passSleep(unsigned bufferTimeUs);
+
+void printUnderrun();
+
+enum class RunEnd { Natural, Stopped, GetInfoFailure, MemoryFailure };
+
+// Prints what the ending calls for, then clears playerRunning, playerThread
+// and last stopRequest. Returns the thread result (null).
+void* endRun(RunEnd how, GetInfoReport report = GetInfoReport::DirectInput);

@@ -1,0 +1,33 @@
+// What a paused player sends so the device keeps running: zero samples for
+// PCM, the idle pattern for native DSD, and marker-carrying DoP words for DoP
+// (so the DAC stays in DSD mode). DoP silence is written in even frame counts,
+// so the marker sequence continues unbroken into the frames that follow.
+// Player thread only; uses one static scratch area, so one player at a time.
+#pragma once
+#include <cstdint>
+
+#include "decode/decode.h"
+
+enum class SilenceKind { Zero, DsdIdle, Dop };
+
+SilenceKind silenceKindFor(StreamKind kind);
+
+class PauseSilence {
+  public:
+    PauseSilence(SilenceKind kind, int32_t alsaFormat, int32_t channels, uint32_t frameBytes);
+
+    // Memory-mapped: fills up to frames frames at dst; returns the frames to
+    // commit. nextMarker is the marker the stream's next frame carries.
+    uint32_t fillArea(uint8_t* dst, uint32_t frames, uint8_t nextMarker);
+    // Read/write: silence for at most avail frames, never more than the 1 MiB
+    // silence area; frames receives the count.
+    const uint8_t* chunk(uint64_t avail, uint8_t nextMarker, uint32_t& frames);
+
+    SilenceKind kind() const { return kind_; }
+
+  private:
+    SilenceKind kind_;
+    int32_t alsaFormat_;
+    int32_t channels_;
+    uint32_t frameBytes_;
+};
