@@ -14,9 +14,20 @@ struct HwParamsFree {
     void operator()(snd_pcm_hw_params_t* p) const { snd_pcm_hw_params_free(p); }
 };
 
+void silent(const char*, int, const char*, int, const char*, ...) {}
+
+// The probe prints nothing, not even alsa-lib's own complaints. The handler is
+// process-wide; probes run at start-up, before any other thread uses ALSA.
+struct QuietAlsa {
+    snd_lib_error_handler_t previous = snd_lib_error;
+    QuietAlsa() { snd_lib_error_set_handler(silent); }
+    ~QuietAlsa() { snd_lib_error_set_handler(previous); }
+};
+
 }  // namespace
 
 bool probeOutputFormat(int formatCode) {
+    QuietAlsa quiet;
     snd_pcm_t* raw = nullptr;
     if (snd_pcm_open(&raw, "default", SND_PCM_STREAM_PLAYBACK, 0) < 0) return false;
     std::unique_ptr<snd_pcm_t, PcmCloser> pcm(raw);

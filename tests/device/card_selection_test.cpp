@@ -15,7 +15,9 @@ bool feedHints(std::vector<NameHint>& out) {
     out = fedHints;
     return true;
 }
-bool failHints(std::vector<NameHint>&) { return false; }
+bool failHints(std::vector<NameHint>&) {
+    return false;
+}
 
 NameHint hint(const std::string& name, const char* desc = nullptr) {
     return NameHint{name, desc ? desc : "", desc != nullptr};
@@ -35,7 +37,7 @@ struct Result {
 };
 
 class CardSelection : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         soundCardIds.clear();
         soundCardDescriptions.clear();
@@ -106,8 +108,12 @@ TEST_F(CardSelection, BadInputFailsWithoutWritingAndLeavesTheStreamUsable) {
         const char* rest;  // what the command loop reads next ("" = end of input)
     };
     const Case cases[] = {
-        {"2\nnext\n", "next"},  {"-1\nnext\n", "next"},      {"abc def\nnext\n", "next"},
-        {"", ""},               {"\n\n", ""},                {"99999999999999999999\nnext\n", "next"},
+        {"2\nnext\n", "next"},
+        {"-1\nnext\n", "next"},
+        {"abc def\nnext\n", "next"},
+        {"", ""},
+        {"\n\n", ""},
+        {"99999999999999999999\nnext\n", "next"},
     };
     for (const Case& c : cases) {
         testfiles::writeFile(dir_ / "asound.conf", "before");
@@ -147,8 +153,8 @@ TEST(AsoundConf, CardAndDeviceFromTheEntry) {
         char device;
     };
     const Case cases[] = {
-        {"DAC,DEV=0", "DAC", '0'},   {"DAC", "DAC", '0'},        {"DAC,DEV=12", "DAC", '1'},
-        {"PCH,DEV=3", "PCH", '3'},   {"X,Y,DEV=2", "X,Y", '2'},
+        {"DAC,DEV=0", "DAC", '0'}, {"DAC", "DAC", '0'},       {"DAC,DEV=12", "DAC", '1'},
+        {"PCH,DEV=3", "PCH", '3'}, {"X,Y,DEV=2", "X,Y", '2'},
     };
     for (const Case& c : cases) {
         const std::string section =

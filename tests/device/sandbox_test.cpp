@@ -12,7 +12,7 @@
 namespace {
 
 class Sandbox : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override {
         tuningSeams = TuningSeams{};
         deviceSeams = DeviceSeams{};

@@ -11,18 +11,18 @@ TEST(Paging, PositionRule) {
         int position, lines, entries, down, up;
     };
     const Case cases[] = {
-        {0, 100, 150, 100, 0},   // 150 entries: 100, then the last full page
-        {50, 100, 150, 50, 0},   // already there
+        {0, 100, 150, 100, 0},  // 150 entries: 100, then the last full page
+        {50, 100, 150, 50, 0},  // already there
         {100, 100, 150, 50, 0},
-        {0, 100, 10, 0, 0},      // fewer entries than a page
+        {0, 100, 10, 0, 0},  // fewer entries than a page
         {0, 3, 10, 3, 0},
         {3, 3, 10, 6, 0},
         {6, 3, 10, 9, 3},
         {9, 3, 10, 7, 6},
-        {0, 0, 5, 1, 0},         // page length below 1 counts as 1
+        {0, 0, 5, 1, 0},  // page length below 1 counts as 1
         {2, -7, 5, 3, 1},
         {4, 1, 5, 4, 3},
-        {0, 5, 0, 0, 0},         // empty list
+        {0, 5, 0, 0, 0},                       // empty list
         {2147483600, 100, 10, 0, 2147483500},  // damaged positions do not overflow
         {-2147483600, 100, 10, 0, 0},
     };
@@ -34,7 +34,7 @@ TEST(Paging, PositionRule) {
 }
 
 class Listing : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         settings = Settings{};
         folderList = {"..", "Scans", "01 Intro.flac", "02 Song.WV", "album.cue", "zz"};

@@ -16,12 +16,17 @@ namespace fs = std::filesystem;
 using testfiles::Capture;
 
 TEST(PlayableFile, SuffixesInExactlyTwoCases) {
-    const char* yes[] = {"a.wav",  "a.WAV",  "b.aiff", "B.AIFF", "x.ogg", "x.OGG", "x.mp3",
-                         "x.MP3",  "x.flac", "x.FLAC", "x.ape",  "x.APE", "x.m4a", "x.M4A",
-                         "x.mp4",  "x.MP4",  "x.aac",  "x.AAC",  "x.dff", "x.DFF", "x.dsf",
-                         "x.DSF",  "x.wv",   "x.WV",   ".wv",    ".wav",  "/music/a b/01.flac"};
-    const char* no[] = {"x.Flac", "x.Mp3", "wv", "flac", "x.flac ", "x.flac.txt", "x.aif",
-                        "x.wma",  "",      "x.cue", "x.wV", "x_wav"};
+    const char* yes[] = {"a.wav",  "a.WAV", "b.aiff",
+                         "B.AIFF", "x.ogg", "x.OGG",
+                         "x.mp3",  "x.MP3", "x.flac",
+                         "x.FLAC", "x.ape", "x.APE",
+                         "x.m4a",  "x.M4A", "x.mp4",
+                         "x.MP4",  "x.aac", "x.AAC",
+                         "x.dff",  "x.DFF", "x.dsf",
+                         "x.DSF",  "x.wv",  "x.WV",
+                         ".wv",    ".wav",  "/music/a b/01.flac"};
+    const char* no[] = {"x.Flac", "x.Mp3", "wv", "flac",  "x.flac ", "x.flac.txt",
+                        "x.aif",  "x.wma", "",   "x.cue", "x.wV",    "x_wav"};
     for (const char* name : yes) EXPECT_TRUE(isPlayableFile(name)) << name;
     for (const char* name : no) EXPECT_FALSE(isPlayableFile(name)) << name;
     for (const char* name : {"a.cue", "A.CUE", ".cue"}) EXPECT_TRUE(isCueFile(name)) << name;
@@ -29,14 +34,15 @@ TEST(PlayableFile, SuffixesInExactlyTwoCases) {
 }
 
 class FolderScan : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         settings = Settings{};
         setColors(false);
     }
     void TearDown() override { settings = Settings{}; }
     void touch(const std::string& rel) { testfiles::writeFile(dir_ / rel, ""); }
-    FolderList scan(const std::string& path, std::string* out = nullptr, std::string* err = nullptr) {
+    FolderList scan(const std::string& path, std::string* out = nullptr,
+                    std::string* err = nullptr) {
         FolderList list{"stale"};
         Capture o(stdout), e(stderr);
         scanFolder(path.c_str(), list);
@@ -52,15 +58,26 @@ TEST_F(FolderScan, GroupsFiltersAndByteOrder) {
     for (const char* f : {"b.flac", "A.FLAC", "c.Flac", "notes.txt", "disc.cue", "B.CUE",
                           "10 Track.wav", "2 Track.wav", "\xc3\xa9t\xc3\xa9.mp3", "z.mp3"})
         touch(f);
-    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"}) fs::create_directory(dir_ / d);
+    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"})
+        fs::create_directory(dir_ / d);
     fs::create_symlink(dir_ / "Art", dir_ / "link to art");
     fs::create_symlink(dir_ / "nowhere", dir_ / "broken.mp3");
     fs::create_symlink(dir_ / "nowhere", dir_ / "broken dir");
 
-    const FolderList expected = {"..",           ".hidden",     "Art",    "a folder",
-                                 "link to art",  "live.flac",   "10 Track.wav",
-                                 "2 Track.wav",  "A.FLAC",      "b.flac", "broken.mp3",
-                                 "z.mp3",        "\xc3\xa9t\xc3\xa9.mp3", "B.CUE",
+    const FolderList expected = {"..",
+                                 ".hidden",
+                                 "Art",
+                                 "a folder",
+                                 "link to art",
+                                 "live.flac",
+                                 "10 Track.wav",
+                                 "2 Track.wav",
+                                 "A.FLAC",
+                                 "b.flac",
+                                 "broken.mp3",
+                                 "z.mp3",
+                                 "\xc3\xa9t\xc3\xa9.mp3",
+                                 "B.CUE",
                                  "disc.cue"};
     EXPECT_EQ(expected, scan(dir_.path()));
     EXPECT_EQ(dir_.path(), listedFolder);

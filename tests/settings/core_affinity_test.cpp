@@ -68,7 +68,7 @@ std::vector<Call> calls;
 long fakeCpus = 8;
 
 class CoreSweep : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         calls.clear();
         fakeCpus = 8;
@@ -81,8 +81,8 @@ protected:
         // Threads 100/101 of one process, 200 of another (plus this very thread,
         // which must be skipped), a process without a task folder, and entries
         // that are no process folders at all.
-        for (const char* d : {"100/task/100", "100/task/101", "200/task/200", "300", "self/task/9",
-                              "12x/task/12"})
+        for (const char* d :
+             {"100/task/100", "100/task/101", "200/task/200", "300", "self/task/9", "12x/task/12"})
             std::filesystem::create_directories(proc_ / d);
         std::filesystem::create_directories(proc_ / ("200/task/" + std::to_string(gettid())));
         testfiles::writeFile(proc_ / "400", "");

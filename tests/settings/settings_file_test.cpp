@@ -15,10 +15,10 @@ namespace {
 
 // File offsets of the scalar fields, as the file layout fixes them.
 const std::map<std::string, int> kOffsets = {
-    {"periodFrames", 0}, {"periodTimeUs", 4}, {"bufferFrames", 8},  {"bufferTimeUs", 12},
-    {"directInput", 16}, {"dsdMode", 20},     {"dsdPcmRate", 24},   {"colorsOn", 28},
+    {"periodFrames", 0},  {"periodTimeUs", 4}, {"bufferFrames", 8}, {"bufferTimeUs", 12},
+    {"directInput", 16},  {"dsdMode", 20},     {"dsdPcmRate", 24},  {"colorsOn", 28},
     {"linesPerPage", 32}, {"folderDepth", 36}, {"rwAccess", 120},   {"coresSelect", 124},
-    {"rtPriority", 128}, {"niceValue", 132}};
+    {"rtPriority", 128},  {"niceValue", 132}};
 
 int32_t field(const Settings& s, const std::string& name) {
     const std::map<std::string, int32_t> v = {
@@ -50,7 +50,7 @@ std::string defaultImage() {
 }
 
 class SettingsFile : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         settings = Settings{};
         setColors(false);
@@ -110,8 +110,8 @@ TEST_F(SettingsFile, LoadCorrections) {
         for (auto& [name, value] : c.stored) putLE(bytes, kOffsets.at(name), value);
         load(bytes);
         for (auto& [name, value] : c.loaded)
-            EXPECT_EQ(value, field(settings, name)) << name << " after storing "
-                                                    << c.stored.front().first;
+            EXPECT_EQ(value, field(settings, name))
+                << name << " after storing " << c.stored.front().first;
     }
 }
 
@@ -134,11 +134,11 @@ TEST_F(SettingsFile, ColourStringsFollowTheStoredFlag) {
 // bytes of its default.
 TEST_F(SettingsFile, ShortFilesOverlayTheBytesPresent) {
     std::string full = defaultImage();
-    putLE(full, 0, 0x00000800);     // periodFrames 2048
-    putLE(full, 24, 0x00015888);    // dsdPcmRate 88200
-    putLE(full, 36, 3);             // folderDepth
-    putLE(full, 40 + 3 * 4, 250);   // listPositions[3]
-    putLE(full, 132, -5);           // niceValue
+    putLE(full, 0, 0x00000800);    // periodFrames 2048
+    putLE(full, 24, 0x00015888);   // dsdPcmRate 88200
+    putLE(full, 36, 3);            // folderDepth
+    putLE(full, 40 + 3 * 4, 250);  // listPositions[3]
+    putLE(full, 132, -5);          // niceValue
     struct Case {
         size_t length;
         int32_t periodFrames, dsdPcmRate, position3, niceValue;

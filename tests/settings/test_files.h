@@ -13,7 +13,7 @@
 namespace testfiles {
 
 class TempDir {
-public:
+  public:
     TempDir() {
         char tmpl[] = "/tmp/tovrin-test-XXXXXX";
         path_ = mkdtemp(tmpl);
@@ -27,18 +27,18 @@ public:
     const std::string& path() const { return path_; }
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
-private:
+  private:
     std::string path_;
 };
 
 class ScopedChdir {
-public:
+  public:
     explicit ScopedChdir(const std::string& dir) : old_(std::filesystem::current_path()) {
         std::filesystem::current_path(dir);
     }
     ~ScopedChdir() { std::filesystem::current_path(old_); }
 
-private:
+  private:
     std::filesystem::path old_;
 };
 
@@ -55,7 +55,7 @@ inline void writeFile(const std::string& path, const std::string& bytes) {
 
 // Redirects one stdio stream's descriptor into a temporary file until text().
 class Capture {
-public:
+  public:
     explicit Capture(FILE* stream) : stream_(stream), fd_(fileno(stream)) {
         fflush(stream_);
         char tmpl[] = "/tmp/tovrin-capture-XXXXXX";
@@ -77,7 +77,7 @@ public:
         return out;
     }
 
-private:
+  private:
     void restore() {
         if (saved_ < 0) return;
         fflush(stream_);
