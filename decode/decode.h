@@ -15,7 +15,7 @@ enum class StreamKind {
 };
 
 struct StreamInfo {
-    int32_t rate = 0;        // frames per second of the delivered data (DsdRaw: DSD bit rate / 8)
+    int32_t rate = 0;  // frames per second of the delivered data (DsdRaw: DSD bit rate / 8)
     int32_t channels = 0;
     int32_t sourceBits = 0;  // bit depth of lossless integer sources; 0 for lossy, float and DSD
 };

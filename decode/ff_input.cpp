@@ -1,0 +1,203 @@
+#include "decode/ff_input.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "decode/sample_convert.h"
+
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
+
+namespace {
+
+constexpr int kMaxChannels = 64;
+constexpr int kMaxRate = 6144000;
+// Consecutive decoder failures after which a stream is treated as ended.
+constexpr int kMaxErrorRun = 1000;
+
+void silenceLibraryLog() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        av_log_set_level(AV_LOG_QUIET);
+        av_log_set_callback([](void*, int, const char*, va_list) {});
+    });
+}
+
+std::string errorText(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return text;
+}
+
+bool fail(std::string* error, const std::string& text) {
+    if (error) *error = text;
+    return false;
+}
+
+}  // namespace
+
+int FfInput::interrupted(void* self) {
+    return std::chrono::steady_clock::now() > static_cast<FfInput*>(self)->deadline_;
+}
+
+void FfInput::setDeadline(std::chrono::seconds limit) {
+    deadline_ = std::chrono::steady_clock::now() + limit;
+}
+
+bool FfInput::open(const char* path, std::string* error) {
+    silenceLibraryLog();
+    setDeadline(std::chrono::seconds(30));
+    AVFormatContext* ctx = avformat_alloc_context();
+    if (!ctx) return fail(error, "out of memory");
+    ctx->interrupt_callback = {&FfInput::interrupted, this};
+    if (int rc = avformat_open_input(&ctx, path, nullptr, nullptr); rc < 0)
+        return fail(error, "cannot open file: " + errorText(rc));  // ctx is freed on failure
+    format_.reset(ctx);
+    if (avformat_find_stream_info(ctx, nullptr) < 0) return fail(error, "unreadable file");
+    const AVCodec* decoder = nullptr;
+    int index = av_find_best_stream(ctx, AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
+    if (index < 0 || !decoder) return fail(error, "no decodable audio stream");
+    for (unsigned i = 0; i < ctx->nb_streams; ++i)
+        ctx->streams[i]->discard = static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    stream_ = ctx->streams[index];
+
+    codec_.reset(avcodec_alloc_context3(decoder));
+    if (!codec_ || avcodec_parameters_to_context(codec_.get(), stream_->codecpar) < 0)
+        return fail(error, "out of memory");
+    codec_->pkt_timebase = stream_->time_base;
+    if (int rc = avcodec_open2(codec_.get(), decoder, nullptr); rc < 0)
+        return fail(error, "cannot open decoder: " + errorText(rc));
+    if (channels() < 1 || channels() > kMaxChannels) return fail(error, "bad channel count");
+    if (rate() < 1 || rate() > kMaxRate) return fail(error, "bad sample rate");
+    packet_.reset(av_packet_alloc());
+    frame_.reset(av_frame_alloc());
+    if (!packet_ || !frame_) return fail(error, "out of memory");
+    return true;
+}
+
+bool FfInput::readPacket() {
+    for (int again = 0; again < kMaxErrorRun;) {
+        int rc = av_read_frame(format_.get(), packet_.get());
+        if (rc == AVERROR(EAGAIN)) {
+            ++again;
+            continue;
+        }
+        if (rc < 0) return false;
+        if (packet_->stream_index == stream_->index) return true;
+        av_packet_unref(packet_.get());
+    }
+    return false;
+}
+
+bool FfInput::nextFrame() {
+    int errorRun = 0;
+    while (errorRun < kMaxErrorRun) {
+        int rc = avcodec_receive_frame(codec_.get(), frame_.get());
+        if (rc >= 0) {
+            if (frame_->nb_samples > 0) return true;
+            continue;
+        }
+        if (rc == AVERROR_EOF) return false;
+        if (rc != AVERROR(EAGAIN)) {
+            ++errorRun;  // a damaged frame: skip it
+            continue;
+        }
+        if (flushed_) return false;
+        if (!readPacket()) {
+            flushed_ = true;
+            avcodec_send_packet(codec_.get(), nullptr);
+            continue;
+        }
+        rc = avcodec_send_packet(codec_.get(), packet_.get());
+        av_packet_unref(packet_.get());
+        errorRun = rc < 0 ? errorRun + 1 : 0;
+    }
+    return false;
+}
+
+int64_t FfInput::frameStart() const {
+    int64_t pts = frame_->best_effort_timestamp;
+    if (pts == AV_NOPTS_VALUE) return AV_NOPTS_VALUE;
+    return av_rescale_q(pts, stream_->time_base, AVRational{1, rate()});
+}
+
+bool FfInput::countFrames(uint64_t* frames) {
+    int64_t duration = 0;  // in stream time base
+    int64_t skipped = 0;   // in samples
+    int unknown = 0;
+    while (readPacket()) {
+        if (packet_->duration > 0)
+            duration += packet_->duration;
+        else
+            ++unknown;
+        size_t size = 0;
+        const uint8_t* side =
+            av_packet_get_side_data(packet_.get(), AV_PKT_DATA_SKIP_SAMPLES, &size);
+        if (side && size >= 8) skipped += int64_t{AV_RL32(side)} + AV_RL32(side + 4);
+        av_packet_unref(packet_.get());
+    }
+    // One packet without a duration (a last partial one) is tolerable; more are not.
+    if (unknown > 1) return false;
+    int64_t total = av_rescale_q(duration, stream_->time_base, AVRational{1, rate()}) - skipped;
+    *frames = total > 0 ? static_cast<uint64_t>(total) : 0;
+    return true;
+}
+
+bool FfInput::pcmFrames(uint64_t* frames) const {
+    const AVCodecParameters* par = stream_->codecpar;
+    bool pcm = par->codec_id >= AV_CODEC_ID_FIRST_AUDIO && par->codec_id < AV_CODEC_ID_ADPCM_IMA_QT;
+    if (!pcm || stream_->duration <= 0 || par->block_align <= 0) return false;
+    int64_t stated = av_rescale_q(stream_->duration, stream_->time_base, AVRational{1, rate()});
+    int64_t size = avio_size(format_->pb);
+    if (size >= 0) stated = std::min(stated, size / par->block_align);
+    *frames = stated > 0 ? static_cast<uint64_t>(stated) : 0;
+    return true;
+}
+
+bool FfInput::statedFrames(uint64_t* frames) const {
+    const char* name = format_->iformat->name;
+    const bool ogg = std::strcmp(name, "ogg") == 0;
+    if ((!ogg && !std::strstr(name, "mp4")) || stream_->duration <= 0) return false;
+    int64_t stated = av_rescale_q(stream_->duration, stream_->time_base, AVRational{1, rate()});
+    // Ogg's duration still counts the pre-skip that the decoder drops.
+    if (ogg) stated -= std::max(0, stream_->codecpar->initial_padding);
+    *frames = stated > 0 ? static_cast<uint64_t>(stated) : 0;
+    return true;
+}
+
+bool FfInput::seekBefore(int64_t sample) {
+    int64_t ts = av_rescale_q(sample, AVRational{1, rate()}, stream_->time_base);
+    if (av_seek_frame(format_.get(), stream_->index, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
+    avcodec_flush_buffers(codec_.get());
+    flushed_ = false;
+    return true;
+}
+
+bool FfInput::isLossless() const {
+    const AVCodecDescriptor* desc = avcodec_descriptor_get(codec_->codec_id);
+    return desc && (desc->props & AV_CODEC_PROP_LOSSLESS) && isIntegerSampleFormat(sampleFormat());
+}
+
+int FfInput::sourceBits() const {
+    if (!isLossless()) return 0;
+    const int width = av_get_bytes_per_sample(sampleFormat()) * 8;
+    for (int bits : {codec_->bits_per_raw_sample, stream_->codecpar->bits_per_raw_sample,
+                     codec_->bits_per_coded_sample}) {
+        if (bits > 0 && bits <= width) return bits;
+    }
+    return width;
+}
+
+bool FfInput::exactTimestamps() const {
+    return !(std::strcmp(format_->iformat->name, "ogg") == 0 &&
+             codec_->codec_id == AV_CODEC_ID_FLAC);
+}
+
+int FfInput::seekPreroll() const {
+    if (isLossless()) return 0;
+    // Lossy decoders carry state from frame to frame (overlap, bit reservoir).
+    int frame = codec_->frame_size > 0 ? codec_->frame_size : 2048;
+    return stream_->codecpar->seek_preroll + 4 * frame;
+}
