@@ -1,7 +1,7 @@
 // 7th-order one-bit modulator. The noise transfer function has its zeros at
 // the Gauss-Legendre points of the 0-20 kHz band (least integrated in-band
 // noise) and Butterworth high-pass poles placed so that its out-of-band gain
-// is 1.5. Realised as error feedback, y = u + NTF e, with the NTF as a cascade
+// is about 1.5. Realised as error feedback, y = u + NTF e, with the NTF as a cascade
 // of transposed direct-form sections: every section has a unit direct term,
 // so the loop's strictly causal part is the sum of the sections' first states.
 #include "tests/tools/dsdgen.h"
@@ -15,7 +15,11 @@ namespace {
 using cplx = std::complex<double>;
 constexpr int kOrder = 7;
 constexpr double kBandEdge = 20000.0;
-constexpr double kOutOfBandGain = 1.5;
+// Out-of-band gain: 1.5 at DSD64; DSD128's loop is stable at -6 dBFS only
+// with a little less.
+double outOfBandGain(int multiple) {
+    return multiple == 64 ? 1.5 : 1.45;
+}
 // Roots of the 7th Legendre polynomial (the non-negative ones).
 constexpr double kLegendre[] = {0.0, 0.4058451513773972, 0.7415311855993945, 0.9491079123427585};
 
@@ -59,7 +63,7 @@ std::vector<Section> designNtf(int multiple) {
         std::vector<cplx> z7(zeros.begin(), zeros.end());
         for (size_t k = 1; k < zeros.size(); ++k) z7.push_back(std::conj(zeros[k]));
         std::vector<cplx> p7 = poles;
-        (maxGain(z7, p7) > kOutOfBandGain ? hi : lo) = mid;
+        (maxGain(z7, p7) > outOfBandGain(multiple) ? hi : lo) = mid;
     }
     poles = highPassPoles(lo);
     // Butterworth poles: index 3 is real, (k, 6-k) are conjugates.

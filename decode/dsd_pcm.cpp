@@ -1,0 +1,216 @@
+#include "decode/dsd_pcm.h"
+
+#include <algorithm>
+
+#include "decode/dsd_filters.h"
+
+namespace {
+
+constexpr double kAttenuationDb = 170.0;
+constexpr int kBitTableBytes = 16;  // window of the first stage, in bytes
+constexpr int32_t kCoreRate = 88200;
+constexpr uint16_t kOutside = 256;  // table index of a byte before or after the file
+
+int64_t floorDiv2(int64_t v) {
+    return v >= 0 ? v / 2 : -((1 - v) / 2);
+}
+
+std::vector<double> halfBand(double rate) {
+    int half = dsdHalfLength(0.5 - 44100.0 / rate, kAttenuationDb);
+    return dsdLowPass(half, 0.25, kAttenuationDb);
+}
+
+}  // namespace
+
+class DsdToPcm::Stage {
+  public:
+    virtual ~Stage() = default;
+    // Output samples [first, first + n) of every channel into out[c].
+    virtual void pull(int64_t first, int n, double* const* out) = 0;
+};
+
+namespace {
+
+// Keeps a sliding window of some input sequence, by absolute index, and
+// refills it from a producer: consecutive pulls reuse what they share.
+template <typename T>
+class Window {
+  public:
+    explicit Window(int channels) : data_(channels) {}
+    int64_t start() const { return start_; }
+    const T* at(int c, int64_t index) const { return data_[c].data() + (index - start_); }
+
+    template <typename Produce>
+    void cover(int64_t lo, int64_t hi, Produce produce) {
+        int64_t end = start_ + int64_t(data_[0].size());
+        if (data_[0].empty() || lo < start_ || lo > end) {
+            for (auto& d : data_) d.clear();
+            start_ = end = lo;
+        } else if (lo > start_) {
+            for (auto& d : data_) d.erase(d.begin(), d.begin() + (lo - start_));
+            start_ = lo;
+        }
+        if (hi < end) return;
+        size_t old = data_[0].size(), add = size_t(hi + 1 - end);
+        std::vector<T*> tails;
+        for (auto& d : data_) {
+            d.resize(old + add);
+            tails.push_back(d.data() + old);
+        }
+        produce(end, int(add), tails.data());
+    }
+
+  private:
+    std::vector<std::vector<T>> data_;
+    int64_t start_ = 0;
+};
+
+// First stage: 127 taps over the bits, decimating by 8, evaluated as one
+// table lookup per byte. Output m is centred on bit 8m.
+class BitStage : public DsdToPcm::Stage {
+  public:
+    BitStage(int channels, uint64_t bytes, DsdToPcm::Fetch fetch, bool* failed)
+        : channels_(channels),
+          bytes_(bytes),
+          fetch_(std::move(fetch)),
+          failed_(failed),
+          window_(channels),
+          table_(kBitTableBytes * 257) {
+        std::vector<double> h = dsdLowPass(4 * kBitTableBytes - 1, 1.0 / 16, kAttenuationDb);
+        // Tap 0 of the window stays empty so that the centre falls on a byte start.
+        for (int j = 0; j < kBitTableBytes; ++j)
+            for (int b = 0; b < 256; ++b) {
+                double sum = 0;
+                for (int i = 0; i < 8; ++i) {
+                    int p = 8 * j + i;
+                    double tap = p == 0 ? 0.0 : h[p - 1];
+                    sum += (b >> (7 - i) & 1) ? tap : -tap;
+                }
+                table_[j * 257 + b] = sum;
+            }
+    }
+
+    void pull(int64_t first, int n, double* const* out) override {
+        constexpr int64_t kHalf = kBitTableBytes / 2;
+        window_.cover(
+            first - kHalf, first + n - 1 + kHalf - 1,
+            [this](int64_t lo, int count, uint16_t* const* tails) { load(lo, count, tails); });
+        for (int c = 0; c < channels_; ++c)
+            for (int k = 0; k < n; ++k) {
+                const uint16_t* b = window_.at(c, first + k - kHalf);
+                double sum = 0;
+                for (int j = 0; j < kBitTableBytes; ++j) sum += table_[j * 257 + b[j]];
+                out[c][k] = sum;
+            }
+    }
+
+  private:
+    void load(int64_t lo, int count, uint16_t* const* tails) {
+        for (int c = 0; c < channels_; ++c) std::fill_n(tails[c], count, kOutside);
+        int64_t a = std::max<int64_t>(lo, 0), z = std::min<int64_t>(lo + count, int64_t(bytes_));
+        if (a >= z) return;
+        raw_.resize(size_t(z - a) * channels_);
+        if (!fetch_(uint64_t(a), uint32_t(z - a), raw_.data())) *failed_ = true;
+        for (int64_t i = a; i < z; ++i)
+            for (int c = 0; c < channels_; ++c)
+                tails[c][i - lo] = raw_[size_t(i - a) * channels_ + c];
+    }
+
+    int channels_;
+    uint64_t bytes_;
+    DsdToPcm::Fetch fetch_;
+    bool* failed_;
+    Window<uint16_t> window_;
+    std::vector<double> table_;  // [byte position][byte value, or kOutside -> 0]
+    std::vector<uint8_t> raw_;
+};
+
+// Centred FIR that keeps every decim-th output, or (up) doubles the rate by
+// inserting zeros before filtering.
+class FirStage : public DsdToPcm::Stage {
+  public:
+    FirStage(DsdToPcm::Stage* source, int channels, std::vector<double> taps, int decim, bool up)
+        : source_(source),
+          channels_(channels),
+          taps_(std::move(taps)),
+          decim_(decim),
+          up_(up),
+          window_(channels) {
+        if (up_) {
+            for (size_t j = 0; j < taps_.size(); ++j)
+                (j % 2 ? odd_ : even_).push_back(2 * taps_[j]);
+        }
+    }
+
+    void pull(int64_t first, int n, double* const* out) override {
+        const int64_t half = int64_t(taps_.size() / 2);
+        int64_t lo = up_ ? floorDiv2(first - half + 1) : decim_ * first - half;
+        int64_t hi = up_ ? floorDiv2(first + n - 1 + half) : decim_ * (first + n - 1) + half;
+        window_.cover(lo, hi, [this](int64_t from, int count, double* const* tails) {
+            for (int done = 0; done < count;) {
+                int step = std::min(count - done, 4096);
+                std::vector<double*> at(tails, tails + channels_);
+                for (double*& p : at) p += done;
+                source_->pull(from + done, step, at.data());
+                done += step;
+            }
+        });
+        for (int c = 0; c < channels_; ++c)
+            for (int k = 0; k < n; ++k)
+                out[c][k] =
+                    up_ ? upSample(c, first + k - half) : decimated(c, decim_ * (first + k) - half);
+    }
+
+  private:
+    double decimated(int c, int64_t from) const { return dot(taps_, window_.at(c, from)); }
+    // Output index s + half: taps j with s + j even meet input (s + j) / 2.
+    double upSample(int c, int64_t s) const {
+        bool even = (s & 1) == 0;
+        return dot(even ? even_ : odd_, window_.at(c, floorDiv2(s + 1)));
+    }
+    static double dot(const std::vector<double>& h, const double* x) {
+        double sum = 0;
+        for (size_t j = 0; j < h.size(); ++j) sum += h[j] * x[j];
+        return sum;
+    }
+
+    DsdToPcm::Stage* source_;
+    int channels_;
+    std::vector<double> taps_, even_, odd_;
+    int decim_;
+    bool up_;
+    Window<double> window_;
+};
+
+}  // namespace
+
+bool DsdToPcm::supports(int32_t bitRate, int32_t outRate) {
+    bool rateOk = false;
+    for (int32_t m = 64; m <= 512; m *= 2) rateOk = rateOk || bitRate == 44100 * m;
+    return rateOk &&
+           (outRate == 44100 || outRate == 88200 || outRate == 176400 || outRate == 352800);
+}
+
+DsdToPcm::DsdToPcm(int channels, int32_t bitRate, uint64_t sampleBits, int32_t outRate,
+                   Fetch fetch) {
+    frames_ = (sampleBits * uint64_t(outRate) + uint64_t(bitRate) - 1) / uint64_t(bitRate);
+    stages_.push_back(
+        std::make_unique<BitStage>(channels, (sampleBits + 7) / 8, std::move(fetch), &failed_));
+    int32_t rate = bitRate / 8;
+    auto add = [&](std::vector<double> taps, int decim, bool up) {
+        stages_.push_back(
+            std::make_unique<FirStage>(stages_.back().get(), channels, std::move(taps), decim, up));
+    };
+    for (; rate > kCoreRate; rate /= 2) add(halfBand(rate), 2, false);
+    // Pass to 20 kHz, stop from 22.05 kHz: no alias at 44.1 kHz, no ultrasonic noise above.
+    int half = dsdHalfLength(2050.0 / kCoreRate, kAttenuationDb);
+    add(dsdLowPass(half, 21025.0 / kCoreRate, kAttenuationDb), outRate == 44100 ? 2 : 1, false);
+    for (rate = kCoreRate; rate < outRate;) add(halfBand(rate *= 2), 1, true);
+}
+
+DsdToPcm::~DsdToPcm() = default;
+
+bool DsdToPcm::read(uint64_t first, uint32_t n, double* const* out) {
+    stages_.back()->pull(int64_t(first), int(n), out);
+    return !failed_;
+}

@@ -1,0 +1,39 @@
+// DSD to PCM: linear-phase FIR decimation from the one-bit stream to float
+// PCM at 44100, 88200, 176400 or 352800 Hz. Stages: a 127-tap FIR over the
+// bits by byte lookup tables (to bit rate / 8), half-band stages down to
+// 88200 Hz, a 20 kHz / 22.05 kHz low-pass that removes DSD's ultrasonic
+// noise whatever the output rate, then half-band interpolation up to the
+// output rate. Output frame n is the filtered signal at time n / outRate
+// exactly (the filters are centred, so there is no latency to compensate);
+// outside the file the signal is zero. Every output sample is a fixed
+// function of the DSD bits around it, so reading from any frame gives exactly
+// what a full decode gives there. Not thread-safe.
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+class DsdToPcm {
+  public:
+    // Reads DSD bytes [first, first + count) of every channel, interleaved in
+    // the internal form. False on a read error.
+    using Fetch = std::function<bool(uint64_t first, uint32_t count, uint8_t* out)>;
+
+    static bool supports(int32_t bitRate, int32_t outRate);
+    DsdToPcm(int channels, int32_t bitRate, uint64_t sampleBits, int32_t outRate, Fetch fetch);
+    ~DsdToPcm();
+
+    // ceil(duration x outRate).
+    uint64_t frames() const { return frames_; }
+    // Frames [first, first + n) into out[channel][0 .. n). False when the
+    // file could not be read (the samples are then undefined).
+    bool read(uint64_t first, uint32_t n, double* const* out);
+
+    class Stage;
+
+  private:
+    std::vector<std::unique_ptr<Stage>> stages_;
+    uint64_t frames_ = 0;
+    bool failed_ = false;
+};
