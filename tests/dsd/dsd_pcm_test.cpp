@@ -3,10 +3,10 @@
 // seeking gives the samples of a full decode.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <map>
 
 #include "decode/dsd_source.h"
 #include "tests/dsd/analysis.h"
@@ -27,16 +27,17 @@ struct Decoded {
     uint64_t bits = 0;
 };
 
-// Generates, writes as DSF, decodes as float PCM; one file per signal.
-Decoded decode(const std::string& name, const dsdgen::Signal& s, int32_t rate) {
-    static std::map<std::string, std::string> written;
-    std::string path = testing::TempDir() + "dsd_pcm_" + name + ".dsf";
-    if (!written.count(path)) {
-        EXPECT_TRUE(dsdgen::writeDsf(path, dsdgen::modulate(s), s.channels, s.multiple, s.bits));
-        written[path] = name;
-    }
+std::string tempPath(const std::string& name) {
+    return testing::TempDir() + "dsd_pcm_" + std::to_string(getpid()) + "_" + name;
+}
+
+// Generates, writes as DSF, decodes as float PCM.
+Decoded decode(const dsdgen::Signal& s, int32_t rate) {
+    std::string path = tempPath("decode.dsf");
+    EXPECT_TRUE(dsdgen::writeDsf(path, dsdgen::modulate(s), s.channels, s.multiple, s.bits));
     std::string error;
     DsdSource* src = dsdOpen(path.c_str(), StreamKind::DsdPcm, rate, &error);
+    std::remove(path.c_str());
     EXPECT_NE(src, nullptr) << error;
     Decoded d;
     if (!src) return d;
@@ -88,7 +89,7 @@ TEST_P(DsdPcmTest, ToneIsCleanLevelTrueAndTimeAligned) {
     const Rate r = GetParam();
     const double f1 = 743 * kBin, f2 = 2229 * kBin;  // about 1 kHz and 3 kHz
     dsdgen::Signal s = signal(r.multiple, {{{f1, -6, 0}}, {{f2, -6, 0}}});
-    Decoded d = decode("tone" + std::to_string(r.multiple), s, r.out);
+    Decoded d = decode(s, r.out);
     ASSERT_EQ(d.frames, (d.bits * r.out + dsdgen::bitRate(r.multiple) - 1) /
                             uint64_t(dsdgen::bitRate(r.multiple)));
     ASSERT_EQ(d.left.size(), d.frames);
@@ -117,7 +118,7 @@ TEST_P(DsdPcmTest, FlatTo20kHzAndAliasesRejected) {
     // A tone that folds to 3.8 kHz at this output rate unless it is filtered.
     const double high = r.out - 2823 * kBin;
     dsdgen::Signal s = signal(r.multiple, {comb, {{high, -20, 0}}});
-    Decoded d = decode("comb" + std::to_string(r.multiple) + "_" + std::to_string(r.out), s, r.out);
+    Decoded d = decode(s, r.out);
     Spectrum sp = analyse(d.left, r.out);
     for (const dsdgen::Tone& t : comb)
         EXPECT_NEAR(toDb(sp.tonePower(t.freq)), toDb(std::pow(10.0, -26 / 10.0) / 2), 0.01)
@@ -141,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Rates, DsdPcmTest,
 // very samples of a full decode, in float and in 16-bit.
 TEST(DsdPcmSeek, SeekGivesTheSamplesOfAFullDecode) {
     dsdgen::Signal s = dsdgen::toneSignal(64, 2, 0.15, 997, -6);
-    std::string path = testing::TempDir() + "dsd_pcm_seek.dff";
+    std::string path = tempPath("seek.dff");
     ASSERT_TRUE(dsdgen::writeDff(path, dsdgen::modulate(s), 2, 64, s.bits));
     for (StreamKind kind : {StreamKind::Float, StreamKind::Int16}) {
         const uint32_t frame = kind == StreamKind::Float ? 8 : 4;
@@ -164,6 +165,7 @@ TEST(DsdPcmSeek, SeekGivesTheSamplesOfAFullDecode) {
         }
         dsdClose(src);
     }
+    std::remove(path.c_str());
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 
+#include <unistd.h>
+
 #include "decode/dsd_source.h"
 #include "tests/tools/dsdgen.h"
 
@@ -23,9 +25,10 @@ std::string writeCase(const Case& c, std::vector<uint8_t>* ref) {
     dsdgen::Signal s = dsdgen::toneSignal(c.multiple, c.channels, 0, 1000, -6);
     s.bits = c.bits;
     *ref = dsdgen::modulate(s);
-    std::string path = testing::TempDir() + "dsd_read_" + std::to_string(c.dff) + "_" +
-                       std::to_string(c.multiple) + "_" + std::to_string(c.channels) + "_" +
-                       std::to_string(c.bits) + (c.dff ? ".dff" : ".dsf");
+    std::string path = testing::TempDir() + "dsd_read_" + std::to_string(getpid()) + "_" +
+                       std::to_string(c.dff) + "_" + std::to_string(c.multiple) + "_" +
+                       std::to_string(c.channels) + "_" + std::to_string(c.bits) +
+                       (c.dff ? ".dff" : ".dsf");
     bool ok = c.dff ? dsdgen::writeDff(path, *ref, c.channels, c.multiple, c.bits)
                     : dsdgen::writeDsf(path, *ref, c.channels, c.multiple, c.bits);
     EXPECT_TRUE(ok);
@@ -105,6 +108,7 @@ TEST_P(DsdReadTest, RawAndDopCarryTheSourceBits) {
     EXPECT_TRUE(std::equal(tail.begin(), tail.end(), words.end() - tail.size()));
     EXPECT_FALSE(dsdSeek(dop, dsdLength(dop) + 4 * ch));
     dsdClose(dop);
+    std::remove(path.c_str());
 }
 
 // Sizes end mid-block, mid-group and (DSF) mid-byte.
@@ -152,7 +156,9 @@ TEST(DsdDamage, CutFilesFailCleanlyOrPlayTheirPart) {
                 EXPECT_EQ(readAll(s, frame).size(), dsdLength(s)) << cut;
                 dsdClose(s);
             }
+            std::remove(cutPath.c_str());
         }
+        std::remove(path.c_str());
     }
 }
 
