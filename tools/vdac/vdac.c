@@ -259,6 +259,7 @@ static int vdac_drain(snd_pcm_ioplug_t* io) {
     if (!v->running) {
         v->running = 1; /* a drain on a prepared stream plays what it holds */
         start_clock(v);
+        vdac_log(v, "start", NULL);
     }
     if (v->cfg.speed > 0 && !v->underrun && !v->paused) {
         uint64_t left = v->written - v->consumed;
