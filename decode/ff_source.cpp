@@ -128,6 +128,7 @@ bool prepare(FfSource* s, std::string* error) {
     if (!reopen(s, error)) return false;
     FfInput& in = *s->input;
     if (!in.pcmFrames(&s->length) && !in.statedFrames(&s->length)) {
+        in.setDeadline(std::chrono::seconds(120));  // a long file on a slow disk
         if (!in.countFrames(&s->length)) {
             if (!reopen(s, error)) return false;
             s->length = 0;

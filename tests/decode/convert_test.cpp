@@ -15,6 +15,10 @@ struct IntCase {
     std::vector<int16_t> asInt16;
 };
 
+void PrintTo(const IntCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 template <typename T>
 std::vector<uint8_t> bytesOf(std::initializer_list<T> values) {
     std::vector<uint8_t> b(values.size() * sizeof(T));
