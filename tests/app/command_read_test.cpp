@@ -2,17 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 namespace {
 
-std::vector<std::string> readAll(const std::string& input) {
-    std::string copy = input;
-    FILE* in = fmemopen(copy.data(), copy.size(), "r");
+std::vector<std::string> readAll(std::string input) {
+    FILE* in = fmemopen(input.data(), input.size(), "r");
     CommandReader reader(in);
     std::vector<std::string> words;
-    // The bound keeps a reader that repeats at end of input from hanging the test.
+    // Bounded: a reader that repeated at end of input would otherwise hang here.
     while (words.size() < 100) {
         std::optional<std::string> w = reader.next();
         if (!w) break;
@@ -22,27 +20,16 @@ std::vector<std::string> readAll(const std::string& input) {
     return words;
 }
 
-using Words = std::vector<std::string>;
-
 TEST(CommandRead, WordsEnterAndEndOfInput) {
-    struct Case {
-        const char* input;
-        Words expected;
-    } cases[] = {
-        {"", {}},
-        {"\n", {"0"}},                     // Enter before any word selects entry 0
-        {"12\n\n\n", {"12", "12", "12"}},  // Enter repeats
-        {"a b\n", {"a", "b"}},             // several words on one line
-        {"a \n", {"a", "a"}},              // the blank goes with the word; the line end repeats
-        {"   \nx\n", {"x"}},               // a blank line is no empty line
-        {"  \t lp5\n", {"lp5"}},
-        {"st", {"st"}},  // last word without a line end
-        {"n\n   ", {"n"}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.input);
-        EXPECT_EQ(readAll(c.input), c.expected);
-    }
+    using Words = std::vector<std::string>;
+    EXPECT_EQ(readAll(""), Words{});
+    EXPECT_EQ(readAll("\n"), Words{"0"});  // Enter before any word selects entry 0
+    EXPECT_EQ(readAll("12\n\n\n"), (Words{"12", "12", "12"}));
+    EXPECT_EQ(readAll("a b\n"), (Words{"a", "b"}));
+    EXPECT_EQ(readAll("a \n"), (Words{"a", "a"}));  // the blank goes with the word
+    EXPECT_EQ(readAll("   \n\t x\n"), Words{"x"});  // a blank line is no empty line
+    EXPECT_EQ(readAll("st"), Words{"st"});
+    EXPECT_EQ(readAll("n\n   "), Words{"n"});
 }
 
 }  // namespace

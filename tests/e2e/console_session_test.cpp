@@ -90,14 +90,6 @@ TEST_F(Session, FoldersPagingAndThePathFile) {
     EXPECT_EQ(fileText(fx_.workdir + "/path.txt"), fx_.workdir);
 }
 
-TEST_F(Session, IdleWordsThatMatchNothingChangeNothing) {
-    ProgramRun run;
-    ASSERT_EQ(runSession(fx_, run, "S\ni\n99\nst1\n1.\n"), 0);
-    // "1." is entry 1: the Album folder.
-    EXPECT_NE(run.out().find("1    " + album_ + "/01.flac\n"), std::string::npos);
-    EXPECT_EQ(run.out().find("Mode:", run.out().find("h - view")), std::string::npos);
-}
-
 TEST_F(Session, CardSelectionWritesTheSandboxConfiguration) {
     std::string before = fileText("/etc/asound.conf");
     ProgramRun run;

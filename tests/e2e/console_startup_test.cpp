@@ -42,33 +42,34 @@ INSTANTIATE_TEST_SUITE_P(
                     FormatCase{{"S24_3LE"}, "24 bit output", "no"},
                     FormatCase{{"S16_LE"}, "16 bit output", "no"}));
 
-TEST(Startup, EndOfInputIsExitAndArgumentsThatCannotPlayAreIgnored) {
+TEST(Startup, RunModeFollowsTheFirstArgument) {
     PlayerFixture fx;
     mkdir((fx.workdir + "/music").c_str(), 0755);
     writeText(fx.workdir + "/path.txt", fx.workdir + "/music");
-    ProgramRun run;
-    // Not playable, missing, and too long for a path slot: all start interactive mode.
-    std::string longName = std::string(600, 'a') + ".flac";
-    for (const std::string& arg :
-         {std::string("notes.txt"), std::string("missing.flac"), longName}) {
-        SCOPED_TRACE(arg.substr(0, 20));
-        ProgramRun r;
-        ASSERT_TRUE(fx.start(r, {arg, "extra"}));
-        r.closeInput();
-        EXPECT_EQ(r.waitExit(kWait), 0);
-        EXPECT_EQ(r.out().rfind("Tovrin for Linux. Console version\n\n", 0), 0u);
+    writeText(fx.workdir + "/song.flac", "");
+    // An existing playable file whose path does not fit a path slot.
+    std::string longPath = std::string(250, 'd');
+    mkdir((fx.workdir + "/" + longPath).c_str(), 0755);
+    longPath += "/" + std::string(250, 'e');
+    mkdir((fx.workdir + "/" + longPath).c_str(), 0755);
+    longPath += "/" + std::string(20, 'f') + ".flac";
+    writeText(fx.workdir + "/" + longPath, "");
+
+    ProgramRun background;
+    ASSERT_TRUE(fx.start(background, {"song.flac"}));
+    EXPECT_EQ(background.waitExit(kWait), 0);
+    EXPECT_EQ(background.out(), "");
+    EXPECT_EQ(fileMode(fx.workdir + "/config.dat"), -1);  // background mode saves nothing
+
+    for (const std::string& arg : {std::string("notes.txt"), std::string("gone.flac"), longPath}) {
+        ProgramRun run;
+        ASSERT_TRUE(fx.start(run, {arg, "song.flac"}));
+        run.closeInput();  // end of input is the exit command
+        EXPECT_EQ(run.waitExit(kWait), 0);
+        EXPECT_EQ(run.out().rfind("Tovrin for Linux. Console version\n\n", 0), 0u);
     }
     EXPECT_EQ(fileText(fx.workdir + "/path.txt"), fx.workdir + "/music");
     EXPECT_EQ(fileMode(fx.workdir + "/config.dat"), 0666);
-}
-
-TEST(Startup, PathFileWithALineEndFallsBackToTheRoot) {
-    PlayerFixture fx;
-    writeText(fx.workdir + "/path.txt", fx.workdir + "\n");
-    ProgramRun run;
-    ASSERT_EQ(runSession(fx, run, "x\n"), 0);
-    EXPECT_EQ(fileText(fx.workdir + "/path.txt"), "/");
-    EXPECT_EQ(run.out().find("0    ..\n"), std::string::npos);  // the root has no parent entry
 }
 
 TEST(Startup, NoDeviceAndNoCardEndsWithStatusOne) {
