@@ -91,17 +91,22 @@ TEST_F(Session, FoldersPagingAndThePathFile) {
 }
 
 TEST_F(Session, CardSelectionWritesTheSandboxConfiguration) {
+    // Software name hints stand in for the cards ALSA would list.
+    std::ofstream(fx_.confPath, std::ios::app)
+        << "namehint.pcm {\n a \"hw:CARD=VDAC,DEV=0|Virtual DAC\"\n"
+           " b \"plughw:CARD=VDAC,DEV=0|Plug\"\n c \"sysdefault:CARD=VDAC|Default\"\n}\n";
     std::string before = fileText("/etc/asound.conf");
     ProgramRun run;
-    ASSERT_EQ(runSession(fx_, run, "card\n0\nlp5\nx\n"), 0);
-    std::string written = fileText(fx_.sandbox + "/asound.conf");
-    if (run.out().find("Device: ") != std::string::npos) {
-        EXPECT_EQ(written.rfind("pcm.!default\n{\ntype hw\ncard ", 0), 0u) << written;
-    } else {
-        EXPECT_NE(run.err().find("\nERROR: Not found sound devices!\n"), std::string::npos);
-        EXPECT_EQ(written, "");
-    }
-    // The loop reads on after the selection's own input.
+    ASSERT_EQ(runSession(fx_, run, "card\n1\ncard\n7\nlp5\nx\n"), 0);
+    EXPECT_NE(run.out().find("Select Device:\n0   VDAC,DEV=0\nVirtual DAC\n\n1   VDAC\nDefault\n\n"
+                             "\nCard number>Device: VDAC\n"),
+              std::string::npos)
+        << run.out();
+    EXPECT_EQ(fileText(fx_.sandbox + "/asound.conf"),
+              "pcm.!default\n{\ntype hw\ncard VDAC\ndevice 0\n}\n"
+              "ctl.!default\n{\ntype hw\ncard VDAC\ndevice 0\n}\n");
+    // A number outside the list fails, and the loop reads on after the selection's input.
+    EXPECT_NE(run.err().find("\nERROR: Not found sound devices!\n"), std::string::npos);
     EXPECT_NE(run.out().find("Lines per page: 5\n"), std::string::npos);
     EXPECT_EQ(fileText("/etc/asound.conf"), before);
 }
