@@ -14,6 +14,11 @@ struct AplayCase {
     double speed;
 };
 
+void PrintTo(const AplayCase& c, std::ostream* os) {
+    *os << (c.mmap ? "mmap " : "rw ") << c.format << " x" << c.channels << " @" << c.rate
+        << " speed " << c.speed;
+}
+
 class AplayPlays : public testing::TestWithParam<AplayCase> {};
 
 TEST_P(AplayPlays, CaptureHoldsTheFileThenOnlySilencePadding) {

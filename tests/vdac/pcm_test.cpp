@@ -59,6 +59,10 @@ struct CaptureCase {
     snd_pcm_uframes_t buffer;
 };
 
+void PrintTo(const CaptureCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class CaptureSweep : public testing::TestWithParam<CaptureCase> {};
 
 TEST_P(CaptureSweep, CaptureIsExactlyWhatWasWrittenAcrossManyRingWraps) {
@@ -111,6 +115,10 @@ struct RefusalCase {
     unsigned channels, rate;
     bool accepted;
 };
+
+void PrintTo(const RefusalCase& c, std::ostream* os) {
+    *os << c.what;
+}
 
 class Refusals : public testing::TestWithParam<RefusalCase> {};
 
