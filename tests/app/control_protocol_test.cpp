@@ -11,8 +11,8 @@
 #include "app/frontend.h"
 #include "device/device.h"
 #include "library/folder.h"
-#include "scratch_dir.h"
 #include "settings/settings.h"
+#include "tests/settings/test_files.h"
 
 namespace {
 
@@ -93,7 +93,8 @@ class Protocol : public testing::Test {
         runCommand(number);
         ASSERT_TRUE(eventually(playing));
     }
-    ScratchDir dir_;
+    testfiles::TempDir dir_;
+    testfiles::ScopedChdir cd_{dir_.path()};
     std::string music_;
 };
 

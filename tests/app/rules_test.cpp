@@ -11,7 +11,6 @@ TEST(SeekParse, FormsTargetsAndVoidWords) {
         int32_t expected;  // -1: void or out of range
     } cases[] = {
         {"90", 0, 90},
-        {"1.30", 0, 90},
         {"1:30", 0, 90},
         {"1.2:3", 0, 62},
         {"1x.30y", 0, 90},
@@ -19,13 +18,10 @@ TEST(SeekParse, FormsTargetsAndVoidWords) {
         {"", 0, 0},
         {"+10", 50, 60},
         {"-0.10", 50, 40},
-        {"-50", 50, 0},
         {"-51", 50, -1},
-        {"299", 0, 299},
         {"300", 0, -1},
         {"+abc", 0, -1},
         {"pf100", 0, -1},
-        {"12a", 0, -1},
         {"99999999999999999999", 0, -1},
         {"+153722867280912930:0", 10, -1},
     };
@@ -59,17 +55,13 @@ TEST(NumberCommand, EntryAndTrack) {
     }
 }
 
-TEST(PlayQueue, PlayableEntriesOnlyAndRootPaths) {
+TEST(PlayQueue, PlayableEntriesMoreFilesThanSlotsAndPathsThatDoNotFit) {
     std::vector<std::string> entries{"..", "sub", "a.flac", "b.txt", "c.FLAC", "d.Flac", "e.cue"};
     QueuePlan plan = planQueue(entries, "/music", "/music/c.FLAC", 1000, 512);
     EXPECT_EQ(plan.paths, (std::vector<std::string>{"/music/a.flac", "/music/c.FLAC"}));
     EXPECT_EQ(plan.index, 1);
-    plan = planQueue({"x.wav", "y.mp3"}, "/", "/y.mp3", 1000, 512);
-    EXPECT_EQ(plan.paths, (std::vector<std::string>{"/x.wav", "/y.mp3"}));
-    EXPECT_EQ(plan.index, 1);
-}
+    EXPECT_EQ(planQueue({"y.mp3"}, "/", "/y.mp3", 1000, 512).paths.front(), "/y.mp3");
 
-TEST(PlayQueue, MoreFilesThanSlotsAndPathsThatDoNotFit) {
     std::vector<std::string> names;
     for (int i = 0; i < 2500; ++i) names.push_back(std::to_string(10000 + i) + ".flac");
     struct Case {
@@ -79,14 +71,14 @@ TEST(PlayQueue, MoreFilesThanSlotsAndPathsThatDoNotFit) {
         int first;
     } cases[] = {{999, 1000, 999, 0}, {1000, 1000, 0, 1000}, {2400, 100, 0, 2400}};
     for (const Case& c : cases) {
-        QueuePlan plan = planQueue(names, "/m", "/m/" + names[c.selected], 1000, 512);
+        plan = planQueue(names, "/m", "/m/" + names[c.selected], 1000, 512);
         ASSERT_EQ(plan.paths.size(), c.size);
         EXPECT_EQ(plan.index, c.index);
         EXPECT_EQ(plan.paths.front(), "/m/" + names[c.first]);
     }
     std::string folder = "/" + std::string(499, 'f');  // with "/" and 10 bytes: 511 fits
-    QueuePlan plan = planQueue({"123456.wav", "1234567.wav", "abcdef.wav"}, folder,
-                               folder + "/abcdef.wav", 1000, 512);
+    plan = planQueue({"123456.wav", "1234567.wav", "abcdef.wav"}, folder, folder + "/abcdef.wav",
+                     1000, 512);
     EXPECT_EQ(plan.paths,
               (std::vector<std::string>{folder + "/123456.wav", folder + "/abcdef.wav"}));
     EXPECT_EQ(plan.index, 1);

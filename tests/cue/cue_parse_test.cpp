@@ -20,58 +20,45 @@ TEST(ParseCueLine, SplitsKeywordAndValues) {
     const LineCase cases[] = {
         {"", "", {}},
         {"INDEX 01 03:25:74", "INDEX", {"01", "03:25:74"}},
-        {"REM DATE 1999", "REM", {"DATE", "1999"}},
         {"REM DATE \"1999\"", "REM", {"DATE", "1999"}},
         {"TITLE \"Song Name\"", "TITLE", {"Song Name", "\""}},
-        {"TITLE Song Name", "TITLE", {"Song", "Name"}},
         {"TITLE", "TITLE", {"TITLE"}},
         {"  TITLE   \"X\"  ", "TITLE", {"X", "\""}},
         {"\tTITLE \"X\"", "\tTITLE", {"X", "\""}},
         {"TITLE \"open value", "TITLE", {"open", "value"}},
-        {"TITLE \"\"", "TITLE", {"", "\""}},
         {"TITLE \"", "TITLE", {""}},
         {"FILE \"a b.flac\" WAVE", "FILE", {"a b.flac", "\"", "WAVE"}},
         {"REM COMMENT \"a b\" tail", "REM", {"COMMENT", "a b"}},
-        {"REM COMMENT \"open", "REM", {"COMMENT"}},
         {"A B C  D E ", "A", {"B", "C  D E"}},
         {"X \"a\"b c", "X", {"a", "\"b", "c"}},
-        {"INDEX 01 00:00:00\r", "INDEX", {"01", "00:00:00\r"}},
         {"   ", "", {""}},
         {"PERFORMER\t\"Tab\"", "PERFORMER\t\"Tab\"", {"PERFORMER\t\"Tab\""}},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE("[" + c.line + "]");
         Values values;
-        EXPECT_EQ(parseCueLine(c.line, values), c.keyword) << "[" << c.line << "]";
-        EXPECT_EQ(values, c.values) << "[" << c.line << "]";
+        EXPECT_EQ(parseCueLine(c.line, values), c.keyword);
+        EXPECT_EQ(values, c.values);
     }
 }
 
-TEST(ParseCueLine, OnlyAppends) {
+TEST(ParseCueLine, OnlyAppendsAndTrimTakesASet) {
     Values values{"old"};
     parseCueLine("INDEX 01 00:00:00", values);
     EXPECT_EQ(values, (Values{"old", "01", "00:00:00"}));
-}
-
-TEST(TrimBlanks, RemovesOnlyTheSetAtBothEnds) {
-    EXPECT_EQ(trimBlanks("  a b  ", " "), "a b");
-    EXPECT_EQ(trimBlanks("\t a \t", " "), "\t a \t");
-    EXPECT_EQ(trimBlanks("    ", " "), "");
+    EXPECT_EQ(trimBlanks("\t a b \t", " "), "\t a b \t");
     EXPECT_EQ(trimBlanks("xyaxy", "yx"), "a");
 }
 
 TEST(CueTimeToMs, ConvertsAtTheLimits) {
     const std::pair<std::string, int32_t> cases[] = {
-        {"00:00:00", 0},
         {"00:00:74", 986},
-        {"03:25:74", 205986},
         {"79:59:74", 4799986},
         {"1:2:3", 62040},
         {"00:00:745", 986},  // only two frame characters count
         {"00:00:7x", 93},
-        {"00:00:-1", -13},
         {"-1:00:00", -60000},
         {"5", 305066},  // no ':' at all: the same text read three times
-        {"", 0},
         {"35791:23:00", 2147483000},
         {"35792:00:00", -2147447296},  // wraps as 32-bit arithmetic does
     };

