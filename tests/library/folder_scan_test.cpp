@@ -102,17 +102,4 @@ TEST_F(FolderScan, EmptyRootAndUnreadableFolders) {
     EXPECT_FALSE(atRoot);
 }
 
-TEST_F(FolderScan, LongPathsAreKeptWhole) {
-    std::string path = dir_.path();
-    while (path.size() < 700) {
-        path += "/" + std::string(60, 'd');
-        fs::create_directory(path);
-    }
-    testfiles::writeFile(path + "/track.flac", "");
-    std::string out;
-    EXPECT_EQ((FolderList{"..", "track.flac"}), scan(path, &out));
-    EXPECT_EQ(path, listedFolder);
-    EXPECT_NE(std::string::npos, out.find("1    " + path + "/track.flac\n"));
-}
-
 }  // namespace

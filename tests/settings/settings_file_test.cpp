@@ -91,33 +91,6 @@ TEST_F(SettingsFile, LoadCorrections) {
     }
 }
 
-// A short file overlays only the bytes it holds; a cut field keeps the high
-// bytes of its default.
-TEST_F(SettingsFile, ShortFilesOverlayTheBytesPresent) {
-    std::string full = defaultImage();
-    putLE(full, 0, 2048);          // periodFrames
-    putLE(full, 24, 88200);        // dsdPcmRate
-    putLE(full, 40 + 3 * 4, 250);  // listPositions[3]
-    putLE(full, 132, -5);          // niceValue
-    struct Case {
-        size_t length;
-        int32_t periodFrames, dsdPcmRate, position3, niceValue;
-    };
-    const Case cases[] = {
-        {1, -256, 44100, 0, 0},      // low byte 0x00 over 0xFFFFFFFF
-        {26, 2048, 44100, 0, 0},     // 0x5888 over 0xAC44 is no known rate
-        {135, 2048, 88200, 250, 0},  // three bytes of -5 over 0: out of range
-        {136, 2048, 88200, 250, -5},
-    };
-    for (const Case& c : cases) {
-        load(full.substr(0, c.length));
-        EXPECT_EQ(c.periodFrames, settings.periodFrames) << c.length;
-        EXPECT_EQ(c.dsdPcmRate, settings.dsdPcmRate) << c.length;
-        EXPECT_EQ(c.position3, settings.listPositions[3]) << c.length;
-        EXPECT_EQ(c.niceValue, settings.niceValue) << c.length;
-    }
-}
-
 TEST_F(SettingsFile, SaveWritesTheLayoutWithMode0666AndDropsExtraBytes) {
     std::string image = defaultImage();
     putLE(image, 16, 1);
