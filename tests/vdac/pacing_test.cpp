@@ -7,13 +7,8 @@ class Pacing : public testing::TestWithParam<double> {};
 
 TEST_P(Pacing, ConsumptionFollowsTheClockTimesSpeed) {
     const double speed = GetParam();
-    TempDir dir;
-    VdacConfig config = vdacConfig(speed);
-    config.capturePath = dir.file("capture.raw");
-    config.logPath = dir.file("vdac.log");
-    writeVdacConfig(dir.file("alsa.conf"), config);
-
-    Pcm p(dir.file("alsa.conf"));
+    PlayerFixture fx(vdacConfig(speed));
+    Pcm p(fx.confPath);
     PcmSetup s{.buffer = 9600, .period = 2400};
     ASSERT_EQ(p.configure(s), 0);
     const snd_pcm_uframes_t total = 5 * s.rate;  // five seconds of audio
@@ -36,14 +31,12 @@ TEST_P(Pacing, ConsumptionFollowsTheClockTimesSpeed) {
     ASSERT_EQ(snd_pcm_drain(p.pcm), 0);
     EXPECT_LT(worst, s.rate * speed * 0.01) << "pointer strayed from the clock";
 
-    auto events = readVdacLog(config.logPath);
+    auto events = fx.events();
     auto start = eventsOfKind(events, "start"), drain = eventsOfKind(events, "drain");
     ASSERT_EQ(start.size(), 1u);
     ASSERT_EQ(drain.size(), 1u);
     EXPECT_EQ(drain[0].bytes, data.size());
-    double seconds = double(drain[0].us - start[0].us) * 1e-6;
-    double wanted = 5.0 / speed;
-    EXPECT_NEAR(seconds, wanted, wanted * 0.02);
+    EXPECT_NEAR(double(drain[0].us - start[0].us) * 1e-6, 5.0 / speed, 5.0 / speed * 0.02);
     EXPECT_TRUE(eventsOfKind(events, "xrun").empty());
 }
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/vdac.h"
+#include "tests/support/harness.h"
 
 inline uint64_t monoUs() {
     timespec ts;
@@ -25,14 +25,6 @@ inline std::vector<uint8_t> randomBytes(size_t n, unsigned seed) {
     return out;
 }
 
-struct PcmSetup {
-    snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED;
-    snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;
-    unsigned channels = 2, rate = 48000;
-    snd_pcm_uframes_t buffer = 4800, period = 1200;
-    bool explicitStart = false;  // otherwise the stream starts once the buffer is full
-};
-
 inline VdacConfig vdacConfig(double speed,
                              std::vector<std::string> formats = {"S16_LE", "S24_3LE", "S32_LE"}) {
     VdacConfig c;
@@ -40,6 +32,14 @@ inline VdacConfig vdacConfig(double speed,
     c.formats = std::move(formats);
     return c;
 }
+
+struct PcmSetup {
+    snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED;
+    snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;
+    unsigned channels = 2, rate = 48000;
+    snd_pcm_uframes_t buffer = 4800, period = 1200;
+    bool explicitStart = false;  // otherwise the stream starts once the buffer is full
+};
 
 // The "default" PCM of the configuration at confPath, closed on destruction.
 class Pcm {
