@@ -116,8 +116,10 @@ TransferEnd rwTransfer(const TransferContext& c, Source& src) {
             } else if (const uint8_t* data = src.chunk(uint64_t(avail), frames)) {
                 snd_pcm_sframes_t r = frames ? snd_pcm_writei(c.pcm, data, frames) : 0;
                 if (r < 0) {
+                    // Once recovered, the same chunk goes again, so nothing is lost.
                     if (Source::kReportUnderrun) printUnderrun();
                     snd_pcm_prepare(c.pcm);
+                    r = snd_pcm_writei(c.pcm, data, frames);
                 }
                 src.written(r);
             }
