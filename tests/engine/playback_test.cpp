@@ -2,7 +2,7 @@
 // as background mode does, at the card's fastest speed.
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <cstdio>
 
 #include "engine/decoder_setup.h"
 #include "engine/packing.h"
@@ -199,20 +199,25 @@ TEST(Playback, UnderrunsInReadWriteAccessLoseNoSamples) {
 
 TEST(Playback, AlsaReportShowsWhatTheDeviceAccepted) {
     Fixture f = fixture("wav-s16-44k1-stereo.wav");
-    const std::regex report(
-        "^\nALSA period: 1024 frames, ([0-9]+) us\nALSA buffer: 4096 frames, ([0-9]+) us\n(\n?)\n"
-        "\\(1/1\\)   \n");
     for (bool di : {false, true})
         for (int32_t format : {kFormatS32, kFormatS24_3, kFormatS16}) {
             SCOPED_TRACE(testing::Message() << di << " " << formatName(format));
             resetPlayerState();
             Card card({formatName(format)});
             RunText text = play({f.path()}, di, false, format);
-            std::smatch m;
-            ASSERT_TRUE(std::regex_search(text.out, m, report)) << text.out;
-            EXPECT_EQ(std::stoull(m[2]), std::stoull(m[1]) * 4096 / 1024);
-            // Only Full Memory S32_LE omits the empty line after the report.
-            EXPECT_EQ(m[3].length(), (!di && format == kFormatS32) ? 0u : 1u);
+            unsigned periodUs = 0, bufferUs = 0;
+            ASSERT_EQ(std::sscanf(text.out.c_str(),
+                                  "\nALSA period: 1024 frames, %u us\nALSA buffer: 4096 frames, %u",
+                                  &periodUs, &bufferUs),
+                      2)
+                << text.out;
+            ASSERT_EQ(text.out.rfind("\nALSA period", 0), 0u) << text.out;
+            EXPECT_EQ(bufferUs, periodUs * 4096ull / 1024);
+            // Only Full Memory S32_LE omits the empty line after the report;
+            // the track report then starts with its own line end.
+            bool extra = di || format != kFormatS32;
+            size_t end = text.out.find(" us\n", text.out.find("ALSA buffer")) + 4;
+            EXPECT_EQ(text.out.substr(end, extra ? 3 : 2), extra ? "\n\n(" : "\n(");
             EXPECT_EQ(showAlsaSetup.load(), 0);
         }
 }
