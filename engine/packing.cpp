@@ -94,10 +94,16 @@ void convertFloatToS24_3LE(const void* src, void* dst, uint32_t n) {
     }
 }
 
-void packDsdU32BE(void* buffer, uint32_t n, int channels) { packDsd<true>(buffer, n, channels); }
-void packDsdU32LE(void* buffer, uint32_t n, int channels) { packDsd<false>(buffer, n, channels); }
+void packDsdU32BE(void* buffer, uint32_t n, int channels) {
+    packDsd<true>(buffer, n, channels);
+}
+void packDsdU32LE(void* buffer, uint32_t n, int channels) {
+    packDsd<false>(buffer, n, channels);
+}
 
-void fillDsdIdle(void* dst, size_t bytes) { std::memset(dst, kDsdIdleByte, bytes); }
+void fillDsdIdle(void* dst, size_t bytes) {
+    std::memset(dst, kDsdIdleByte, bytes);
+}
 
 void fillDopSilence(void* dst, uint32_t frames, int channels, int alsaFormat, uint8_t& nextMarker) {
     auto* out = static_cast<uint8_t*>(dst);
