@@ -1,3 +1,5 @@
 int tovrinMain(int argc, char** argv);
 
-int main(int argc, char** argv) { return tovrinMain(argc, argv); }
+int main(int argc, char** argv) {
+    return tovrinMain(argc, argv);
+}
