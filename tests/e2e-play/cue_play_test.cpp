@@ -1,0 +1,162 @@
+// CUE sheets through the whole program: selecting a sheet prints its header
+// and track list, N.T starts a file at the track, .T jumps within the running
+// file, and empty or vanished sheets behave.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "tests/support/harness.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kWait = 30;                // seconds; generous for sanitizer builds
+constexpr size_t kSecondBytes = 44100 * 8;  // stereo S32 frames of one second
+
+// The sheet's text: Cyrillic and a character outside the Basic Multilingual
+// Plane, a pre-gap, a track performer, TITLE before and after PERFORMER.
+const char16_t kSheet[] =
+    u"PERFORMER \"Группа\"\r\n"
+    u"TITLE \"Live 🎸\"\r\n"
+    u"REM DATE 1999\r\n"
+    u"FILE \"album.flac\" WAVE\r\n"
+    u"  TRACK 01 AUDIO\r\n"
+    u"    TITLE \"Один\"\r\n"
+    u"    INDEX 01 00:00:00\r\n"
+    u"  TRACK 02 AUDIO\r\n"
+    u"    PERFORMER \"Guest\"\r\n"
+    u"    TITLE \"Два\"\r\n"
+    u"    INDEX 00 00:01:00\r\n"
+    u"    INDEX 01 00:01:50\r\n"
+    u"  TRACK 03 AUDIO\r\n"
+    u"    TITLE \"Три\"\r\n"
+    u"    INDEX 01 00:02:00\r\n";
+
+std::vector<uint8_t> utf16le(const std::u16string& text) {
+    std::vector<uint8_t> out{0xFF, 0xFE};
+    for (char16_t unit : text) {
+        out.push_back(uint8_t(unit & 0xFF));
+        out.push_back(uint8_t(unit >> 8));
+    }
+    return out;
+}
+
+std::string sheetPrint(bool colors) {
+    const std::string cyan = colors ? "\033[0;36m" : "", yellow = colors ? "\033[1;33m" : "",
+                      reset = colors ? "\033[0m" : "";
+    auto track = [&](const char* n, const char* at, const char* name) {
+        return yellow + n + "   " + cyan + at + "   " + yellow + name + "\n";
+    };
+    return cyan + "Artist: " + yellow + "Группа" + cyan + "   Album: " + yellow + "Live 🎸" + cyan +
+           "   Year: " + yellow + "1999\n" + track("01", "00:00:00", "Один") +
+           track("02", "00:01:50", "Guest - Два") + track("03", "00:02:00", "Три") + reset + "\n";
+}
+
+std::vector<uint8_t> reference() {
+    return readFileBytes(std::string(TOVRIN_FIXTURES_DIR) + "/flac-s16-44k1-stereo.flac.s32");
+}
+
+std::vector<uint8_t> tail(const std::vector<uint8_t>& bytes, size_t from) {
+    return {bytes.begin() + std::min(from, bytes.size()), bytes.end()};
+}
+
+// Entries: 0 "..", 1 album.flac, 2 album.cue, 3 empty.cue, 4 gone.cue.
+class CueConsole : public testing::Test {
+  protected:
+    explicit CueConsole(VdacConfig config = {}) : fx_(std::move(config)) {
+        album_ = fx_.workdir + "/album";
+        fs::create_directories(album_);
+        fs::copy_file(std::string(TOVRIN_FIXTURES_DIR) + "/flac-s16-44k1-stereo.flac",
+                      album_ + "/album.flac");
+        writeFileBytes(album_ + "/album.cue", utf16le(kSheet));
+        writeFileBytes(album_ + "/empty.cue", {});
+        writeFileBytes(album_ + "/gone.cue", {'X'});
+        writeFileBytes(fx_.workdir + "/path.txt",
+                       std::vector<uint8_t>(album_.begin(), album_.end()));
+    }
+    void SetUp() override {
+        ASSERT_TRUE(fx_.start(run_, {})) << run_.err();
+        ASSERT_TRUE(run_.waitFor(Stream::Out, "gone.cue", kWait)) << run_.out();
+        ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait)) << run_.err();
+    }
+    void TearDown() override {
+        run_.send("x\n");
+        EXPECT_EQ(run_.waitExit(kWait), 0);
+    }
+    // What one idle command prints on stdout, once the next prompt is up.
+    std::string idle(const std::string& line) {
+        size_t out = run_.out().size(), err = run_.err().size();
+        run_.send(line);
+        EXPECT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << line << ": " << run_.err();
+        return run_.out().substr(out);
+    }
+    // Plays a command's file to its end; the capture grows by what it played.
+    std::vector<uint8_t> play(const std::string& line) {
+        size_t before = fx_.captured().size(), err = run_.err().size();
+        run_.send(line);
+        EXPECT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << line << ": " << run_.err();
+        return tail(fx_.captured(), before);
+    }
+    PlayerFixture fx_;
+    ProgramRun run_;
+    std::string album_;
+};
+
+TEST_F(CueConsole, SheetPrintsAndStartsFilesAtItsTracks) {
+    // Without a settings file the colour flag is on but nothing is coloured.
+    EXPECT_EQ(idle("2\n"), sheetPrint(false));
+    EXPECT_EQ(idle("cl1\n"), "Colors mode on\n");
+    EXPECT_EQ(idle("2\n"), sheetPrint(true));
+
+    const std::vector<uint8_t> ref = reference();
+    EXPECT_EQ(play("1.2\n"), tail(ref, kSecondBytes));  // 00:01:50 starts at second 1
+    EXPECT_EQ(play("1.3\n"), tail(ref, 2 * kSecondBytes));
+    EXPECT_EQ(play("1.4\n"), ref);  // one past the last track: from the start
+
+    // An empty sheet prints an empty header and empties the table.
+    EXPECT_EQ(idle("3\n"), "\n\033[0m\n");
+    EXPECT_EQ(play("1.2\n"), ref);
+
+    // A sheet gone since the listing prints nothing.
+    fs::remove(album_ + "/gone.cue");
+    EXPECT_EQ(idle("4\n"), "");
+    EXPECT_TRUE(eventsOfKind(fx_.events(), "xrun").empty());
+}
+
+// Real-time pacing and a short buffer, so the file is still playing when the
+// jump arrives.
+class CueJump : public CueConsole {
+  protected:
+    CueJump() : CueConsole(paced()) {}
+    static VdacConfig paced() {
+        VdacConfig config;
+        config.speed = 0.5;  // the 3 s file lasts 6 s
+        return config;
+    }
+};
+
+TEST_F(CueJump, DotTrackJumpsWithinTheRunningFile) {
+    idle("bt200000\n");
+    idle("2\n");
+    const std::vector<uint8_t> ref = reference();
+    size_t out = run_.out().size(), err = run_.err().size();
+    run_.send("1\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Out, "(1/1)", kWait, out)) << run_.out();
+    run_.send("b\n");  // paused, the jump cannot race the end of the file
+    run_.send(".3\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << run_.err();
+
+    // What was played before the jump, then track 3 to the end.
+    const std::vector<uint8_t> got = fx_.captured();
+    const std::vector<uint8_t> after = tail(ref, 2 * kSecondBytes);
+    ASSERT_GT(got.size(), after.size());
+    const size_t before = got.size() - after.size();
+    EXPECT_LT(before, 2 * kSecondBytes) << "the jump came too late to show";
+    EXPECT_EQ(tail(got, before), after);
+    EXPECT_TRUE(std::equal(got.begin(), got.begin() + before, ref.begin()));
+}
+
+}  // namespace
