@@ -10,7 +10,7 @@
 
 #include "decode/dsd_source.h"
 #include "tests/dsd/analysis.h"
-#include "tests/tools/dsdgen.h"
+#include "tools/dsdgen/dsdgen.h"
 
 namespace {
 

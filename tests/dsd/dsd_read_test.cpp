@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "decode/dsd_source.h"
-#include "tests/tools/dsdgen.h"
+#include "tools/dsdgen/dsdgen.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // is about 1.5. Realised as error feedback, y = u + NTF e, with the NTF as a cascade
 // of transposed direct-form sections: every section has a unit direct term,
 // so the loop's strictly causal part is the sum of the sections' first states.
-#include "tests/tools/dsdgen.h"
+#include "tools/dsdgen/dsdgen.h"
 
 #include <cmath>
 #include <complex>

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "tests/tools/dsdgen.h"
+#include "tools/dsdgen/dsdgen.h"
 
 namespace dsdgen {
 namespace {

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "tests/tools/dsdgen.h"
+#include "tools/dsdgen/dsdgen.h"
 
 int main(int argc, char** argv) {
     std::map<std::string, std::string> opt = {{"--container", "dsf"}, {"--multiple", "64"},
