@@ -35,6 +35,14 @@ void applySeek(Source& src) {
     if (target >= 0) src.seek(target);
 }
 
+// The pause between passes; true, with the device dropped, when a stop came.
+inline bool passEndsRun(const TransferContext& c) {
+    passSleep(c.geometry.bufferTimeUs);
+    if (!stopRequest.load()) return false;
+    snd_pcm_drop(c.pcm);
+    return true;
+}
+
 // Grants the writable part of the ring, re-preparing once when there is none.
 inline uint8_t* mmapRoom(snd_pcm_t* pcm, snd_pcm_uframes_t request, snd_pcm_uframes_t& offset,
                          snd_pcm_uframes_t& frames, bool& started) {
@@ -89,11 +97,7 @@ TransferEnd mmapTransfer(const TransferContext& c, Source& src) {
                 started = false;
             }
         }
-        passSleep(c.geometry.bufferTimeUs);
-        if (stopRequest.load()) {
-            snd_pcm_drop(c.pcm);
-            return TransferEnd::Stopped;
-        }
+        if (passEndsRun(c)) return TransferEnd::Stopped;
     }
     return TransferEnd::Done;
 }
@@ -124,11 +128,7 @@ TransferEnd rwTransfer(const TransferContext& c, Source& src) {
                 src.written(r);
             }
         }
-        passSleep(c.geometry.bufferTimeUs);
-        if (stopRequest.load()) {
-            snd_pcm_drop(c.pcm);
-            return TransferEnd::Stopped;
-        }
+        if (passEndsRun(c)) return TransferEnd::Stopped;
     }
     return TransferEnd::Done;
 }
