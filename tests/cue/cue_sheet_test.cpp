@@ -84,41 +84,6 @@ class CueSheet : public testing::Test {
     testfiles::TempDir dir_;
 };
 
-const char kExampleSheet[] =
-    "REM DATE 1999\n"
-    "PERFORMER \"Band\"\n"
-    "TITLE \"Live\"\n"
-    "FILE \"live.flac\" WAVE\n"
-    "  TRACK 01 AUDIO\n"
-    "    TITLE \"One\"\n"
-    "    PERFORMER \"Band\"\n"
-    "    INDEX 01 00:00:00\n"
-    "  TRACK 02 AUDIO\n"
-    "    TITLE \"Two\"\n"
-    "    PERFORMER \"Guest\"\n"
-    "    INDEX 00 04:10:00\n"
-    "    INDEX 01 04:12:37\n";
-
-TEST_F(CueSheet, PrintsHeaderAndTracksWithColoursOffAndOn) {
-    EXPECT_EQ(load(kExampleSheet),
-              "Artist: Band   Album: Live   Year: 1999\n"
-              "01   00:00:00   One\n"
-              "02   04:12:37   Guest - Two\n"
-              "\n");
-    EXPECT_EQ(trackStartsMs, (std::vector<int32_t>{0, 252493}));
-    EXPECT_EQ(trackStartTexts, (std::vector<std::string>{"00:00:00", "04:12:37"}));
-    EXPECT_EQ(cueLines.size(), 14u);  // the final line feed gives an empty line
-
-    setColors(true);
-    const std::string c = colorCyan, y = colorBrightYellow, r = colorReset;
-    ASSERT_FALSE(c.empty());
-    EXPECT_EQ(load(kExampleSheet), c + "Artist: " + y + "Band" + c + "   Album: " + y + "Live" + c +
-                                       "   Year: " + y + "1999\n" + y + "01   " + c +
-                                       "00:00:00   " + y + "One\n" + y + "02   " + c +
-                                       "04:12:37   " + y + "Guest - Two\n" + r + "\n");
-    EXPECT_EQ(load(""), "\n" + r + "\n");
-}
-
 TEST_F(CueSheet, NamingCorners) {
     const std::pair<const char*, const char*> cases[] = {
         {"TRACK 01 AUDIO\nPERFORMER A\nTITLE T1\nINDEX 01 00:00:00\nTITLE T2\nPERFORMER B\n"
@@ -140,9 +105,11 @@ TEST_F(CueSheet, NamingCorners) {
     for (const auto& [sheet, printed] : cases) EXPECT_EQ(load(sheet), printed) << sheet;
 }
 
-TEST_F(CueSheet, MissingOrEmptySheetAndThousandTracks) {
-    load(kExampleSheet);
-    ASSERT_EQ(trackNames.size(), 2u);
+// Header and track list in colour, and the empty sheet, are compared through
+// the whole program (tests/e2e-play).
+TEST_F(CueSheet, MissingSheetEmptiesTheTableAndThousandTracksWiden) {
+    load("INDEX 01 00:00:00\nINDEX 01 04:12:37\n");
+    ASSERT_EQ(trackStartsMs, (std::vector<int32_t>{0, 252493}));
     {
         testfiles::Capture out(stdout);
         loadCueSheet(dir_ / "gone.cue");
@@ -150,8 +117,6 @@ TEST_F(CueSheet, MissingOrEmptySheetAndThousandTracks) {
     }
     EXPECT_TRUE(cueLines.empty() && trackNames.empty() && trackStartTexts.empty() &&
                 trackStartsMs.empty());
-    EXPECT_EQ(load(""), "\n\n");
-    EXPECT_EQ(cueLines, std::vector<std::string>{""});
 
     std::string sheet;
     for (int i = 0; i < 1001; ++i) sheet += "INDEX 01 " + std::to_string(i) + ":00:00\n";
