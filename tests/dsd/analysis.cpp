@@ -13,7 +13,7 @@ void fft(std::vector<std::complex<double>>& a) {
         j ^= bit;
         if (i < j) std::swap(a[i], a[j]);
     }
-    for (size_t len = 2; len <= n; len <<= 1) {
+    for (size_t len = 2; len <= n; len <<= 1)
         for (size_t i = 0; i < n; i += len)
             for (size_t k = 0; k < len / 2; ++k) {
                 // Twiddles computed directly: recurrences lose the precision
@@ -23,15 +23,15 @@ void fft(std::vector<std::complex<double>>& a) {
                 a[i + k] = u + v;
                 a[i + k + len / 2] = u - v;
             }
-    }
 }
 
 }  // namespace
 
-Spectrum::Spectrum(const double* x, size_t n, double rate) : n_(n), rate_(rate) {
+std::vector<double> powerSpectrum(const std::vector<double>& x) {
     static const double c[] = {0.27105140069342,  -0.43329793923448, 0.21812299954311,
                                -0.06592544638803, 0.01081174209837,  -0.00077658482522,
                                0.00001388721735};
+    const size_t n = x.size();
     std::vector<std::complex<double>> a(n);
     double w2 = 0;
     for (size_t i = 0; i < n; ++i) {
@@ -41,21 +41,8 @@ Spectrum::Spectrum(const double* x, size_t n, double rate) : n_(n), rate_(rate) 
         w2 += w * w;
     }
     fft(a);
-    mag2_.resize(n / 2 + 1);
-    for (size_t k = 0; k <= n / 2; ++k) mag2_[k] = std::norm(a[k]);
-    // Parseval: sum over one side x 2 = n x sum (w x)^2; a sine A reads A^2 / 2.
-    scale_ = 2.0 / (double(n) * w2);
-}
-
-double Spectrum::power(double lo, double hi) const {
-    double sum = 0;
-    for (size_t k = 0; k < mag2_.size(); ++k) {
-        double f = double(k) * binHz();
-        if (f >= lo && f <= hi) sum += mag2_[k];
-    }
-    return sum * scale_;
-}
-
-double toDb(double power) {
-    return 10.0 * std::log10(std::max(power, 1e-300));
+    // Parseval: one side doubled equals n times the windowed power.
+    std::vector<double> p(n / 2 + 1);
+    for (size_t k = 0; k <= n / 2; ++k) p[k] = std::norm(a[k]) * 2.0 / (double(n) * w2);
+    return p;
 }
