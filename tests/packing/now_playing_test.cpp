@@ -1,23 +1,15 @@
+// The track report exactly as printed, plain and in colour.
 #include "engine/now_playing.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 
 #include "app/control.h"
 #include "settings/settings.h"
 #include "tests/settings/test_files.h"
 
 namespace {
-
-// Runs f with stdout and stderr captured; returns both texts.
-template <typename F>
-std::pair<std::string, std::string> captured(F f) {
-    testfiles::Capture out(stdout), err(stderr);
-    f();
-    return {out.text(), err.text()};
-}
 
 TEST(FormatDuration, ClockText) {
     const std::pair<int, const char*> cases[] = {
@@ -27,31 +19,34 @@ TEST(FormatDuration, ClockText) {
     for (auto [s, text] : cases) EXPECT_EQ(formatDuration(s), text) << s;
 }
 
-void setStream(int rate, int channels, int bits, const char* path, int index, int count) {
-    streamRate.store(rate);
-    streamChannels.store(channels);
-    streamBits.store(bits);
-    std::strcpy(currentPath, path);
-    std::strcpy(lengthText, "04:05");
-    queueIndex.store(index);
-    queueCount.store(count);
-}
-
 TEST(TrackReport, PlainAndColoured) {
-    setColors(false);
-    setStream(44100, 2, 16, "/music/a.flac", 2, 12);
-    auto [out, err] = captured(printTrackInfo);
-    EXPECT_EQ(out,
-              "\n(3/12)   \n/music/a.flac\nLength: 04:05   Channels: 2   Samplerate: 44100   "
-              "Bits per sample: 16\n\n");
-    EXPECT_EQ(err, "> ");
-
-    setColors(true);
-    setStream(88200, 2, 1, "/d.dsf", 0, 0);  // native DSD64 shows the DSD bit rate
-    auto [cout, cerr] = captured(printTrackInfo);
-    EXPECT_EQ(cout,
-              "\n\033[0;33m(1/0)   \n\033[1;32m/d.dsf\033[0m\n\033[0;33mLength: 04:05   "
-              "Channels: 2   Samplerate: 2822400   Bits per sample: 1\033[0m\n\n");
+    struct Case {
+        bool colours;
+        int rate, bits, index, count;
+        const char *path, *out;
+    } cases[] = {
+        {false, 44100, 16, 2, 12, "/music/a.flac",
+         "\n(3/12)   \n/music/a.flac\nLength: 04:05   Channels: 2   Samplerate: 44100   "
+         "Bits per sample: 16\n\n"},
+        // Native DSD64 shows the DSD bit rate.
+        {true, 88200, 1, 0, 0, "/d.dsf",
+         "\n\033[0;33m(1/0)   \n\033[1;32m/d.dsf\033[0m\n\033[0;33mLength: 04:05   "
+         "Channels: 2   Samplerate: 2822400   Bits per sample: 1\033[0m\n\n"},
+    };
+    for (const Case& c : cases) {
+        setColors(c.colours);
+        streamRate.store(c.rate);
+        streamChannels.store(2);
+        streamBits.store(c.bits);
+        std::strcpy(currentPath, c.path);
+        std::strcpy(lengthText, "04:05");
+        queueIndex.store(c.index);
+        queueCount.store(c.count);
+        testfiles::Capture out(stdout), err(stderr);
+        printTrackInfo();
+        EXPECT_EQ(out.text(), c.out);
+        EXPECT_EQ(err.text(), "> ");
+    }
     setColors(false);
 }
 
