@@ -1,3 +1,4 @@
+// Page positions, and the listed page's lines by entry kind.
 #include <gtest/gtest.h>
 
 #include "library/folder.h"
@@ -9,8 +10,7 @@ namespace {
 TEST(Paging, PositionRule) {
     struct Case {
         int position, lines, entries, down, up;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 100, 150, 100, 0},  // 150 entries: 100, then the last full page
         {100, 100, 150, 50, 0},
         {0, 100, 10, 0, 0},  // fewer entries than a page
@@ -28,66 +28,44 @@ TEST(Paging, PositionRule) {
     }
 }
 
-class Listing : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        settings = Settings{};
-        folderList = {"..", "Scans", "01 Intro.flac", "02 Song.WV", "album.cue", "zz"};
-        listedFolder = "/music/Album";
-        atRoot = false;
-    }
-    void TearDown() override {
-        settings = Settings{};
-        setColors(false);
-        folderList.clear();
-    }
-    std::string page(int position, int lines, bool colours, int depth = 4) {
-        setColors(colours);
-        settings.folderDepth = depth;
-        settings.listPositions[depth] = position;
-        settings.linesPerPage = lines;
-        testfiles::Capture out(stdout);
-        printFolderPage();
-        return out.text();
-    }
-};
-
-TEST_F(Listing, LinesByKindWithAndWithoutColours) {
-    EXPECT_EQ(
-        "\n0    ..\n"
-        "1    /music/Album/Scans\n"
-        "2    /music/Album/01 Intro.flac\n"
-        "3    /music/Album/02 Song.WV\n"
-        "4    /music/Album/album.cue\n"
-        "5    /music/Album/zz\n",
-        page(0, 100, false));
-    EXPECT_EQ(
-        "\n0    ..\n"
-        "1    /music/Album/Scans\n"
-        "\033[1;32m2    /music/Album/01 Intro.flac\033[0m\n"
-        "\033[1;32m3    /music/Album/02 Song.WV\033[0m\n"
-        "\033[1;33m4    /music/Album/album.cue\033[0m\n"
-        "5    /music/Album/zz\n",
-        page(0, 100, true));
+std::string page(int position, int lines, bool colours, int depth = 4) {
+    setColors(colours);
+    settings.folderDepth = depth;
+    settings.listPositions[depth] = position;
+    settings.linesPerPage = lines;
+    testfiles::Capture out(stdout);
+    printFolderPage();
+    return out.text();
 }
 
-TEST_F(Listing, PageBoundsLengthAndRoot) {
+TEST(Listing, LinesByKindPageBoundsAndRoot) {
+    folderList = {"..", "Scans", "01 Intro.flac", "02 Song.WV", "album.cue", "zz"};
+    listedFolder = "/music/Album";
+    atRoot = false;
+    const std::string d = "/music/Album/";
     struct Case {
         int position, lines;
-        const char* expected;
+        bool colours;
+        std::string expected;
+    } cases[] = {
+        {0, 100, false,
+         "\n0    ..\n1    " + d + "Scans\n2    " + d + "01 Intro.flac\n3    " + d +
+             "02 Song.WV\n4    " + d + "album.cue\n5    " + d + "zz\n"},
+        {1, 4, true,
+         "\n1    " + d + "Scans\n\033[1;32m2    " + d + "01 Intro.flac\033[0m\n\033[1;32m3    " +
+             d + "02 Song.WV\033[0m\n\033[1;33m4    " + d + "album.cue\033[0m\n"},
+        {4, 3, false, "\n4    " + d + "album.cue\n5    " + d + "zz\n"},
+        {1, -2, false, "\n1    " + d + "Scans\n"},
+        {6, 3, false, ""},  // past the end: not even the empty line
     };
-    const Case cases[] = {
-        {0, 3, "\n0    ..\n1    /music/Album/Scans\n2    /music/Album/01 Intro.flac\n"},
-        {4, 3, "\n4    /music/Album/album.cue\n5    /music/Album/zz\n"},
-        {1, -2, "\n1    /music/Album/Scans\n"},
-        {6, 3, ""},  // past the end: not even the empty line
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.expected, page(c.position, c.lines, false)) << c.position << "/" << c.lines;
+    for (const Case& c : cases) EXPECT_EQ(c.expected, page(c.position, c.lines, c.colours));
     folderList = {"bin", "home"};
     listedFolder = "/";
     atRoot = true;
     EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));  // no double slash
+    settings = Settings{};
+    setColors(false);
+    folderList.clear();
 }
 
 }  // namespace

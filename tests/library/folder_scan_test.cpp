@@ -1,6 +1,4 @@
-#include <sys/stat.h>
-#include <unistd.h>
-
+// Which files a folder lists, in which order, and folders that cannot be read.
 #include <algorithm>
 #include <filesystem>
 
@@ -13,7 +11,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testfiles::Capture;
 
 TEST(PlayableFile, SuffixesInExactlyTwoCases) {
     for (std::string suffix :
@@ -24,45 +21,33 @@ TEST(PlayableFile, SuffixesInExactlyTwoCases) {
                     isPlayableFile(("x." + upper).c_str()))
             << suffix;
     }
-    for (const char* name : {".wv", "/music/a b/01.flac"}) EXPECT_TRUE(isPlayableFile(name));
-    for (const char* name :
-         {"x.Flac", "wv", "x.flac ", "x.flac.txt", "x.aif", "", "x.cue", "x_wav"})
-        EXPECT_FALSE(isPlayableFile(name)) << name;
-    for (const char* name : {"a.cue", "A.CUE", ".cue"}) EXPECT_TRUE(isCueFile(name)) << name;
-    for (const char* name : {"a.Cue", "cue", "a.cue.bak"}) EXPECT_FALSE(isCueFile(name)) << name;
+    for (const char* name : {".wv", "/music/a b/01.flac", "a.cue", "A.CUE", ".cue"})
+        EXPECT_NE(isPlayableFile(name), isCueFile(name)) << name;
+    for (const char* name : {"x.Flac", "wv", "x.flac ", "x.flac.txt", "x.aif", "", "x_wav", "a.Cue",
+                             "cue", "a.cue.bak"})
+        EXPECT_FALSE(isPlayableFile(name) || isCueFile(name)) << name;
 }
 
-class FolderScan : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        settings = Settings{};
-        setColors(false);
-    }
-    void TearDown() override { settings = Settings{}; }
-    void touch(const std::string& rel) { testfiles::writeFile(dir_ / rel, ""); }
-    FolderList scan(const std::string& path, std::string* out = nullptr,
-                    std::string* err = nullptr) {
-        FolderList list{"stale"};
-        Capture o(stdout), e(stderr);
-        scanFolder(path.c_str(), list);
-        std::string so = o.text(), se = e.text();
-        if (out) *out = so;
-        if (err) *err = se;
-        return list;
-    }
-    testfiles::TempDir dir_;
-};
+// Scans into a list holding a stale entry; returns the list, and what was printed.
+FolderList scan(const std::string& path, std::string* out = nullptr, std::string* err = nullptr) {
+    FolderList list{"stale"};
+    testfiles::Capture o(stdout), e(stderr);
+    scanFolder(path.c_str(), list);
+    std::string printed = o.text(), complaint = e.text();
+    if (out) *out = printed;
+    if (err) *err = complaint;
+    return list;
+}
 
-TEST_F(FolderScan, GroupsFiltersAndByteOrder) {
+TEST(FolderScan, GroupsFiltersAndByteOrder) {
+    testfiles::TempDir dir;
     for (const char* f : {"b.flac", "A.FLAC", "c.Flac", "notes.txt", "disc.cue", "B.CUE",
                           "10 Track.wav", "2 Track.wav", "\xc3\xa9t\xc3\xa9.mp3", "z.mp3"})
-        touch(f);
-    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"})
-        fs::create_directory(dir_ / d);
-    fs::create_symlink(dir_ / "Art", dir_ / "link to art");
-    fs::create_symlink(dir_ / "nowhere", dir_ / "broken.mp3");
-    fs::create_symlink(dir_ / "nowhere", dir_ / "broken dir");
-
+        testfiles::writeFile(dir / f, "");
+    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"}) fs::create_directory(dir / d);
+    fs::create_symlink(dir / "Art", dir / "link to art");
+    fs::create_symlink(dir / "nowhere", dir / "broken.mp3");
+    fs::create_symlink(dir / "nowhere", dir / "broken dir");
     const FolderList expected = {"..",
                                  ".hidden",
                                  "Art",
@@ -78,27 +63,25 @@ TEST_F(FolderScan, GroupsFiltersAndByteOrder) {
                                  "\xc3\xa9t\xc3\xa9.mp3",
                                  "B.CUE",
                                  "disc.cue"};
-    EXPECT_EQ(expected, scan(dir_.path()));
-    EXPECT_EQ(dir_.path(), listedFolder);
+    EXPECT_EQ(expected, scan(dir.path()));
+    EXPECT_EQ(dir.path(), listedFolder);
     EXPECT_FALSE(atRoot);
 }
 
-TEST_F(FolderScan, EmptyRootAndUnreadableFolders) {
-    fs::create_directory(dir_ / "empty");
+TEST(FolderScan, EmptyRootAndMissingFolders) {
+    testfiles::TempDir dir;
+    fs::create_directory(dir / "empty");
     std::string out, err;
-    EXPECT_EQ(FolderList{".."}, scan(dir_ / "empty", &out));
+    EXPECT_EQ(FolderList{".."}, scan(dir / "empty", &out));
     EXPECT_EQ("\n0    ..\n", out);
-
     FolderList list = scan("/");
     EXPECT_TRUE(atRoot);
     ASSERT_FALSE(list.empty());
     EXPECT_NE("..", list[0]);
-
-    const std::string missing = dir_ / "gone";
-    EXPECT_TRUE(scan(missing, &out, &err).empty());
+    EXPECT_TRUE(scan(dir / "gone", &out, &err).empty());
     EXPECT_EQ("", out);
-    EXPECT_EQ("Can't read " + missing + "\n", err);
-    EXPECT_EQ(missing, listedFolder);
+    EXPECT_EQ("Can't read " + dir / "gone" + "\n", err);
+    EXPECT_EQ(dir / "gone", listedFolder);
     EXPECT_FALSE(atRoot);
 }
 

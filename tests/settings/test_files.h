@@ -1,13 +1,12 @@
-// Small file-system helpers for tests: a temporary folder that removes itself,
-// a scoped working-directory change, and capture of stdout/stderr bytes.
+// Test helpers: a temporary folder removed with its contents, a scoped working
+// directory, whole-file reads and writes, and capture of a stdio stream's bytes.
 #pragma once
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 namespace testfiles {
@@ -20,8 +19,6 @@ class TempDir {
     }
     ~TempDir() {
         std::error_code ec;
-        std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, ec);
         std::filesystem::remove_all(path_, ec);
     }
     const std::string& path() const { return path_; }
@@ -31,63 +28,50 @@ class TempDir {
     std::string path_;
 };
 
-class ScopedChdir {
-  public:
-    explicit ScopedChdir(const std::string& dir) : old_(std::filesystem::current_path()) {
-        std::filesystem::current_path(dir);
-    }
-    ~ScopedChdir() { std::filesystem::current_path(old_); }
-
-  private:
-    std::filesystem::path old_;
+struct ScopedChdir {
+    std::filesystem::path old = std::filesystem::current_path();
+    explicit ScopedChdir(const std::string& dir) { std::filesystem::current_path(dir); }
+    ~ScopedChdir() { std::filesystem::current_path(old); }
 };
 
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// Redirects one stdio stream's descriptor into a temporary file until text().
+// Points the stream's descriptor at a temporary file until text().
 class Capture {
   public:
-    explicit Capture(FILE* stream) : stream_(stream), fd_(fileno(stream)) {
+    explicit Capture(FILE* stream) : stream_(stream), file_(tmpfile()) {
         fflush(stream_);
-        char tmpl[] = "/tmp/tovrin-capture-XXXXXX";
-        file_ = mkstemp(tmpl);
-        unlink(tmpl);
-        saved_ = dup(fd_);
-        dup2(file_, fd_);
+        saved_ = dup(fileno(stream_));
+        dup2(fileno(file_), fileno(stream_));
     }
     ~Capture() {
-        restore();
-        close(file_);
+        text();
+        fclose(file_);
     }
     std::string text() {
-        restore();
+        if (saved_ >= 0) {
+            fflush(stream_);
+            dup2(saved_, fileno(stream_));
+            close(saved_);
+            saved_ = -1;
+        }
+        rewind(file_);
         std::string out;
         char buf[4096];
-        lseek(file_, 0, SEEK_SET);
-        for (ssize_t n; (n = read(file_, buf, sizeof buf)) > 0;) out.append(buf, n);
+        for (size_t n; (n = fread(buf, 1, sizeof buf, file_)) > 0;) out.append(buf, n);
         return out;
     }
 
   private:
-    void restore() {
-        if (saved_ < 0) return;
-        fflush(stream_);
-        dup2(saved_, fd_);
-        close(saved_);
-        saved_ = -1;
-    }
     FILE* stream_;
-    int fd_;
-    int file_ = -1;
+    FILE* file_;
     int saved_ = -1;
 };
 

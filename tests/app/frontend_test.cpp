@@ -1,0 +1,205 @@
+// The command loop's words: settings commands and their report, and the
+// start/stop/next/previous/pause/seek protocol with a player thread, driven by
+// a stand-in player that keeps the thread contract.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+#include "app/frontend.h"
+#include "device/device.h"
+#include "library/folder.h"
+#include "settings/settings.h"
+#include "tests/settings/test_files.h"
+
+namespace {
+
+std::mutex seenLock;  // guards played and seeks
+std::vector<std::string> played;
+std::vector<int32_t> seeks;
+std::atomic<int> startDelayMs{0}, liveThreads{0}, mostLiveThreads{0}, pausedPasses{0};
+std::atomic<bool> failToStart{false};
+
+// Starts after startDelayMs (or gives up), then plays until stopped, taking seeks.
+void* testPlayer(void*) {
+    mostLiveThreads.store(std::max(mostLiveThreads.load(), ++liveThreads));
+    sleepMs(startDelayMs.load());
+    if (!failToStart.load()) {
+        streamSeconds.store(300);
+        playerRunning.store(1);
+        std::lock_guard<std::mutex> lock(seenLock);
+        played.push_back(currentPath);
+    }
+    while (playerRunning.load() != 0 && stopRequest.load() == 0) {
+        if (int32_t seek = seekSeconds.load(); seek != -1) {
+            std::lock_guard<std::mutex> lock(seenLock);
+            seeks.push_back(seek);
+            seekSeconds.store(-1);
+        }
+        if (pauseRequest.load() != 0) ++pausedPasses;
+        sleepMs(2);
+    }
+    --liveThreads;
+    playerRunning.store(0);
+    playerThread.store(0);
+    stopRequest.store(0);
+    return nullptr;
+}
+
+bool eventually(bool (*pred)()) {
+    for (int i = 0; i < 500 && !pred(); ++i) sleepMs(10);
+    return pred();
+}
+bool playing() {
+    return playerRunning.load() != 0;
+}
+bool seekTaken() {
+    return seekSeconds.load() == -1;
+}
+
+class Frontend : public testing::Test {
+  protected:
+    void SetUp() override {
+        applySandbox(dir_.path().c_str());
+        settings = Settings{.directInput = 1};  // no "Loading" between the lines
+        setColors(false);
+        outputFormat.store(kFormatS32);
+        for (auto& row : playerVariants)
+            for (auto& routine : row) routine = testPlayer;
+        run("st");
+        dsdNativeBE.store(0);
+        dsdNativeLE.store(0);
+        played.clear();
+        seeks.clear();
+        startDelayMs.store(0);
+        mostLiveThreads.store(0);
+        seekSeconds.store(-1);
+        mkdir(music_.c_str(), 0755);
+        folderList = {"..", "a.flac", "b.txt", "c.FLAC", "e.wav"};
+        for (size_t i = 1; i < folderList.size(); ++i)
+            testfiles::writeFile(music_ + "/" + folderList[i], "");
+        currentFolder = music_;
+    }
+    void TearDown() override {
+        if (playerThread.load() != 0) stopPlayer();
+    }
+    static std::string run(const std::string& word) {
+        testfiles::Capture out(stdout);
+        runCommand(word);
+        return out.text();
+    }
+    void playEntry(const char* number) {
+        run(number);
+        ASSERT_TRUE(eventually(playing));
+    }
+    std::string path(const char* name) { return music_ + "/" + name; }
+    testfiles::TempDir dir_;
+    testfiles::ScopedChdir cd_{dir_.path()};
+    const std::string music_ = dir_ / "music";
+};
+
+TEST_F(Frontend, SettingsCommandsClampConfirmAndReport) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"pf", "period size: 0 frames\n"},
+        {"pt500", "period time: 500 us\n"},  // clears the period size
+        {"bf-3", "default buffer size\n"},
+        {"pr150", "priority: 99\n"},
+        {"ni25", "nice: 19\n"},
+        {"nat", "DSD Native mode not supported by DAC or driver\n"},
+        {"pcm99", "DSD Mode: PCM\nPCM Samplerate for DSD: 44100\n"},  // unknown rate: kept
+        {"pcm88", "DSD Mode: PCM\nPCM Samplerate for DSD: 88200\n"},
+        {"cl2", "Colors mode on\n"},
+        {"cs7", "Cores: no cores select\n"},
+        {"S", ""},
+        {"st1", ""},  // "st" must be the whole word
+    };
+    for (const auto& [word, printed] : cases) EXPECT_EQ(run(word), printed) << word;
+    EXPECT_EQ(settings.bufferFrames, -3);  // stored as typed
+    EXPECT_STREQ(colorReset, "\033[0m");
+    dsdNativeLE.store(1);
+    EXPECT_EQ(run("nat"), "DSD Mode: Native\n");
+    settings.bufferFrames = 0;  // zero is a size, a negative value none
+    settings.coresSelect = 2;
+    outputFormat.store(kFormatS24_3);
+    std::string report = run("st");
+    EXPECT_EQ(report.rfind("24 bit output\nMode: Direct Input\n", 0), 0u) << report;
+    EXPECT_NE(report.find("\nALSA Period: 500 us\nALSA Buffer: 0 frames\nDSD Mode: Native\n"
+                          "Supports DSD Native mode: yes\n"),
+              std::string::npos);
+    EXPECT_NE(report.find("Cores: double core\n"), std::string::npos);
+}
+
+TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
+    playEntry("3");
+    EXPECT_EQ(queueCount.load(), 3);
+    run("n");
+    ASSERT_TRUE(eventually(playing));
+    run("N");  // at the last slot: only the stop
+    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    playEntry("1");
+    run("p");  // at the first slot: only the stop
+    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    playEntry("4");
+    run("P");
+    ASSERT_TRUE(eventually(playing));
+    std::lock_guard<std::mutex> lock(seenLock);
+    EXPECT_EQ(played, (std::vector<std::string>{path("c.FLAC"), path("e.wav"), path("a.flac"),
+                                                path("e.wav"), path("c.FLAC")}));
+    EXPECT_EQ(mostLiveThreads.load(), 1);
+}
+
+TEST_F(Frontend, PauseFreezesTheClockAndResumeShiftsIt) {
+    playEntry("1");
+    playStartMs.store(nowMs() - 9000);
+    run("b");
+    ASSERT_TRUE(eventually([] { return pausedPasses.load() > 0; }));
+    testfiles::Capture err(stderr);
+    run("t");
+    sleepMs(1100);
+    run("T");
+    EXPECT_EQ(err.text(), "time 00:09time 00:09");
+    run("B");
+    EXPECT_EQ(pauseRequest.load(), 0);
+    EXPECT_EQ(positionSeconds(), 9);  // the paused second does not count
+}
+
+TEST_F(Frontend, SeeksWhilePlayingAndSettingsWordsAreSeeks) {
+    playEntry("1");
+    playStartMs.store(nowMs() - 50000);
+    run("90");
+    ASSERT_TRUE(eventually(seekTaken));
+    testfiles::Capture err(stderr);
+    run("+10");
+    EXPECT_EQ(err.text(), "time 01:40");
+    ASSERT_TRUE(eventually(seekTaken));
+    for (const char* ignored : {"300", "pf100", "st", "l", "-101", "+abc", ".1"}) run(ignored);
+    run("1:05");
+    ASSERT_TRUE(eventually(seekTaken));
+    std::lock_guard<std::mutex> lock(seenLock);
+    EXPECT_EQ(seeks, (std::vector<int32_t>{90, 100, 65}));
+    EXPECT_EQ(settings.periodFrames, -1);
+}
+
+TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
+    startDelayMs.store(200);
+    run("1");
+    run("2");  // read as a seek to 0:02 once the first thread plays
+    EXPECT_EQ(playerRunning.load(), 1);
+    ASSERT_TRUE(eventually(seekTaken));
+    run("s");
+    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    EXPECT_EQ(seeks, std::vector<int32_t>{2});
+
+    failToStart.store(true);
+    startDelayMs.store(100);
+    run("1");
+    run("3");  // the first gives up: the number then starts the third entry
+    failToStart.store(false);
+    ASSERT_TRUE(eventually(playing));
+    EXPECT_STREQ(currentPath, path("c.FLAC").c_str());
+    EXPECT_EQ(mostLiveThreads.load(), 1);
+}
+
+}  // namespace
