@@ -96,13 +96,12 @@ TEST(DsdRead, RawAndDopCarryTheReferenceBytes) {
     const std::string dir = TOVRIN_FIXTURES_DIR "/";
     std::vector<Case> cases = generated();
     std::ifstream manifest(dir + "manifest.tsv");
+    std::string file, kind, container, ref;
+    int rate, channels, bits, frames;
     for (std::string line; std::getline(manifest, line);) {
-        std::vector<std::string> f;
-        std::stringstream cells(line);
-        for (std::string cell; std::getline(cells, cell, '\t');) f.push_back(cell);
-        if (f.size() >= 8 && f[1] == "dsd")
-            cases.push_back(
-                {dir + f[0], slurp(dir + f[7]), std::stoi(f[4]), std::stoi(f[3]) / 44100});
+        std::istringstream(line) >> file >> kind >> container >> rate >> channels >> bits >>
+            frames >> ref;
+        if (kind == "dsd") cases.push_back({dir + file, slurp(dir + ref), channels, rate / 44100});
     }
     EXPECT_GE(cases.size(), 14u);
     for (const Case& c : cases) {

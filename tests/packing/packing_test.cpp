@@ -4,58 +4,43 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Full scale, clipping, truncation toward zero, and input that is not a whole
-// number of floats (the last bytes are left alone).
+// Full scale, clipping, truncation toward zero, DoP words bit for bit, and
+// input that is not a whole number of floats (the last bytes stay).
 TEST(FloatPacking, HandComputedWords) {
-    const float in[] = {1.0f,
-                        -1.0f,
-                        0.5f,
-                        1.5f,
-                        -3.0e9f,
-                        1.9f / 8388608.0f,
-                        -1.9f / 8388608.0f,
-                        -8388608.5f / 8388608.0f};
-    const Bytes s32 = {0x00, 0xFF, 0xFF, 0x7F, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x00,
-                       0x40, 0x00, 0xFF, 0xFF, 0x7F, 0x00, 0x00, 0x00, 0x80, 0x00, 0x01,
-                       0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x80};
-    const Bytes s24 = {0xFF, 0xFF, 0x7F, 0x00, 0x00, 0x80, 0x00, 0x00, 0x40, 0xFF, 0xFF, 0x7F,
-                       0x00, 0x00, 0x80, 0x01, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x80};
-    Bytes buf(sizeof in + 3, 0xAB);
-    std::memcpy(buf.data(), in, sizeof in);
-    Bytes out(buf.size(), 0xEE);
-    convertFloatToS24_3LE(buf.data(), out.data(), uint32_t(buf.size()));
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + 24), s24);
-    EXPECT_EQ(out[24], 0xEE);
+    struct Row {
+        float x;
+        uint8_t s32[4], s24[3];
+    } rows[] = {
+        {1.0f, {0, 0xFF, 0xFF, 0x7F}, {0xFF, 0xFF, 0x7F}},
+        {-1.0f, {0, 0, 0, 0x80}, {0, 0, 0x80}},
+        {0.5f, {0, 0, 0, 0x40}, {0, 0, 0x40}},
+        {1.5f, {0, 0xFF, 0xFF, 0x7F}, {0xFF, 0xFF, 0x7F}},
+        {-3.0e9f, {0, 0, 0, 0x80}, {0, 0, 0x80}},
+        {1.9f / 8388608, {0, 0x01, 0, 0}, {0x01, 0, 0}},
+        {-1.9f / 8388608, {0, 0xFF, 0xFF, 0xFF}, {0xFF, 0xFF, 0xFF}},
+        {-8388608.5f / 8388608, {0, 0, 0, 0x80}, {0, 0, 0x80}},
+        {float(0x05696A) / 8388608, {0, 0x6A, 0x69, 0x05}, {0x6A, 0x69, 0x05}},
+        {float(0xFA6969 - 0x1000000) / 8388608, {0, 0x69, 0x69, 0xFA}, {0x69, 0x69, 0xFA}},
+    };
+    const size_t n = std::size(rows);
+    Bytes buf(4 * n + 3, 0xAB);
+    for (size_t i = 0; i < n; ++i) std::memcpy(&buf[4 * i], &rows[i].x, 4);
+    Bytes s24 = buf;  // in place: dst may equal src
+    convertFloatToS24_3LE(s24.data(), s24.data(), uint32_t(s24.size()));
     convertFloatToS32(buf.data(), uint32_t(buf.size()));
-    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 32), s32);
-    EXPECT_EQ(Bytes(buf.begin() + 32, buf.end()), Bytes(3, 0xAB));
-}
-
-// Any 24-bit DoP word w, delivered as w / 2^23, comes back bit for bit in
-// both formats, S24_3LE in place.
-TEST(FloatPacking, EveryDopWordSurvives) {
-    std::vector<int32_t> words = {8388607, 0x05696A, 0xFA6969 - 0x1000000};
-    for (int32_t w = -8388608; w <= 8388607; w += 4099) words.push_back(w);
-    std::vector<float> s32, s24;
-    for (int32_t w : words) s32.push_back(float(w) / 8388608.0f);
-    s24 = s32;
-    convertFloatToS32(s32.data(), uint32_t(s32.size() * 4));
-    convertFloatToS24_3LE(s24.data(), s24.data(), uint32_t(s24.size() * 4));
-    const auto* b32 = reinterpret_cast<const uint8_t*>(s32.data());
-    const auto* b24 = reinterpret_cast<const uint8_t*>(s24.data());
-    for (size_t i = 0; i < words.size(); ++i) {
-        uint32_t w = uint32_t(words[i]) & 0xFFFFFF;
-        ASSERT_EQ(Bytes(b32 + 4 * i, b32 + 4 * i + 4),
-                  (Bytes{0, uint8_t(w), uint8_t(w >> 8), uint8_t(w >> 16)}));
-        ASSERT_EQ(Bytes(b24 + 3 * i, b24 + 3 * i + 3),
-                  (Bytes{uint8_t(w), uint8_t(w >> 8), uint8_t(w >> 16)}));
+    for (size_t i = 0; i < n; ++i) {
+        EXPECT_EQ(std::memcmp(&buf[4 * i], rows[i].s32, 4), 0) << rows[i].x;
+        EXPECT_EQ(std::memcmp(&s24[3 * i], rows[i].s24, 3), 0) << rows[i].x;
     }
+    EXPECT_EQ(Bytes(buf.begin() + long(4 * n), buf.end()), Bytes(3, 0xAB));
+    EXPECT_EQ(Bytes(s24.begin() + long(4 * n), s24.end()), Bytes(3, 0xAB));
 }
 
 // Each word holds one channel's four bytes in time order (BE) or reversed
