@@ -1,5 +1,5 @@
 // DSD files on the virtual card: native DSD_U32 words, DoP on 32- and 24-bit
-// cards, and DSD converted to PCM.
+// cards, and DSD converted to PCM, compared with the raw DSD references.
 #include <gtest/gtest.h>
 
 #include "engine/packing.h"
@@ -8,126 +8,97 @@
 
 namespace {
 
-std::vector<Fixture> dsdFixtures(const std::string& container) {
-    std::vector<Fixture> out;
-    for (const Fixture& f : fixtures("dsd"))
-        if (f.container == container && f.rate == 2822400) out.push_back(f);
+struct DsdCase {
+    int32_t dsdMode;
+    std::vector<std::string> cardFormats;  // the first is the one played
+    int32_t format;                        // outputFormat
+    int pcmRate = 88200;
+    Fixture f = {};
+    Mode mode = {};
+};
+
+std::vector<DsdCase> cases() {
+    const DsdCase rows[] = {
+        {kDsdNative, {"DSD_U32_BE", "S32_LE"}, kFormatS32},
+        {kDsdNative, {"DSD_U32_LE", "S32_LE"}, kFormatS32},
+        {kDsdDop, {"S32_LE"}, kFormatS32},
+        {kDsdDop, {"S24_3LE"}, kFormatS24_3},
+        {kDsdNative, {"S24_3LE"}, kFormatS24_3},  // no native words on a 24-bit card
+        {kDsdPcm, {"S32_LE"}, kFormatS32, 176400},
+        {kDsdPcm, {"S24_3LE"}, kFormatS24_3},
+        {kDsdPcm, {"S16_LE"}, kFormatS16},
+    };
+    std::vector<DsdCase> out;
+    for (DsdCase c : rows)
+        for (const Fixture& f : fixtures())
+            for (Mode m : {Mode{false, false}, {false, true}, {true, false}, {true, true}})
+                if (f.kind == "dsd" && (c.dsdMode != kDsdPcm || f.file == "dsf-dsd64-2ch.dsf")) {
+                    c.f = f, c.mode = m;
+                    out.push_back(c);
+                }
     return out;
 }
 
-RunText playDsd(const Fixture& f, bool di, bool rw, int32_t format) {
-    settings.directInput = di;
-    settings.rwAccess = rw;
-    outputFormat.store(format);
-    setQueue({f.path()});
-    return playInline(routineFor(di, format));
+void PrintTo(const DsdCase& c, std::ostream* os) {
+    *os << c.f.file << " " << c.dsdMode << " " << c.cardFormats[0];
 }
 
-// Checks DoP words in the card's layout against the raw DSD reference:
-// per frame one marker for all channels, alternating, then the earlier and the
-// later byte of each channel. Returns the number of frames checked.
-size_t checkDop(const std::vector<uint8_t>& cap, const std::vector<uint8_t>& dsd, int channels,
-                int32_t format) {
-    const size_t width = format == kFormatS24_3 ? 3 : 4;
-    const size_t lsb = width - 3;  // S32_LE words carry the 24-bit word in their top bytes
-    const size_t frame = width * size_t(channels);
-    EXPECT_EQ(cap.size() % frame, 0u);
-    size_t frames = cap.size() / frame;
-    EXPECT_EQ(frames * 2 * size_t(channels), dsd.size());
-    uint8_t prev = 0;
-    for (size_t i = 0; i < frames; ++i) {
-        for (int ch = 0; ch < channels; ++ch) {
-            const uint8_t* w = &cap[i * frame + size_t(ch) * width];
-            if (lsb) {
-                EXPECT_EQ(w[0], 0) << "frame " << i;
-            }
-            uint8_t marker = w[lsb + 2];
-            EXPECT_TRUE(marker == kDopMarkerA || marker == kDopMarkerB) << "frame " << i;
-            if (i > 0) {
-                EXPECT_NE(marker, prev) << "markers repeat at frame " << i;
-            }
-            size_t early = (2 * i) * size_t(channels) + size_t(ch);
-            if (early + size_t(channels) < dsd.size()) {
-                EXPECT_EQ(w[lsb + 1], dsd[early]) << "frame " << i;
-                EXPECT_EQ(w[lsb], dsd[early + size_t(channels)]) << "frame " << i;
-            }
-            if (ch == channels - 1) prev = marker;
-            if (::testing::Test::HasFailure()) return i;
+// Raw DSD bytes (interleaved by channel, earliest first) regrouped per channel
+// into native words or DoP words that carry markers alternating from marker.
+std::vector<uint8_t> cardWords(const DsdCase& c, uint8_t marker) {
+    const std::vector<uint8_t> dsd = readFileBytes(c.f.refPath());
+    const size_t ch = size_t(c.f.channels);
+    const bool native = c.cardFormats[0].starts_with("DSD"), be = c.cardFormats[0] == "DSD_U32_BE";
+    const size_t take = native ? 4 : 2;
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i + take * ch <= dsd.size(); i += take * ch, marker ^= 0xFF)
+        for (size_t k = 0; k < ch; ++k) {
+            if (!native && c.format == kFormatS32) out.push_back(0);
+            for (size_t b = 0; b < take; ++b)
+                out.push_back(dsd[i + (be ? b : take - 1 - b) * ch + k]);
+            if (!native) out.push_back(marker);
         }
+    return out;
+}
+
+class DsdPlayback : public testing::TestWithParam<DsdCase> {};
+
+TEST_P(DsdPlayback, CaptureIsTheDsdReferenceInTheCardsWords) {
+    const DsdCase& c = GetParam();
+    resetPlayerState();
+    settings.dsdMode = c.dsdMode;
+    settings.dsdPcmRate = c.pcmRate;
+    if (c.cardFormats[0].starts_with("DSD"))
+        (c.cardFormats[0] == "DSD_U32_BE" ? dsdNativeBE : dsdNativeLE).store(1);
+    Card card(c.cardFormats);
+    RunText text = play({c.f.path()}, c.mode, c.format);
+    std::vector<uint8_t> cap = card.capture();
+    auto hw = eventsOfKind(card.events(), "hw_params");
+    ASSERT_EQ(hw.size(), 1u);
+    EXPECT_EQ(hw[0].fields["format"], c.cardFormats[0]);
+    if (c.dsdMode == kDsdPcm) {
+        EXPECT_EQ(hw[0].fields["rate"], std::to_string(c.pcmRate));
+        // One second of DSD becomes one second of PCM.
+        EXPECT_EQ(cap.size() / frameBytes(c.format, c.f.channels),
+                  c.f.frames * 8 * uint64_t(c.pcmRate) / uint64_t(c.f.rate));
+        return;
     }
-    return frames;
+    const bool native = c.cardFormats[0].starts_with("DSD");
+    EXPECT_EQ(hw[0].fields["rate"], std::to_string(c.f.rate / (native ? 32 : 16)));
+    // DoP may start on either marker; anything else fails as a wrong first byte.
+    const size_t at = frameBytes(c.format, 1) - 1;
+    EXPECT_EQ(cap,
+              cardWords(c, cap.size() > at && cap[at] == kDopMarkerB ? kDopMarkerB : kDopMarkerA));
+    if (!native) return;
+    EXPECT_EQ(streamBits.load(), 1);
+    EXPECT_NE(text.out.find("Samplerate: " + std::to_string(c.f.rate)), std::string::npos);
 }
 
-TEST(DsdPlayback, NativeWordsOnBigAndLittleEndianCards) {
-    std::vector<Fixture> files = dsdFixtures("dsf");
-    for (const Fixture& f : dsdFixtures("dff")) files.push_back(f);
-    if (files.empty()) GTEST_SKIP() << "no DSD fixtures";
-    for (bool be : {true, false})
-        for (const Fixture& f : files)
-            for (bool di : {false, true})
-                for (bool rw : {false, true}) {
-                    SCOPED_TRACE(testing::Message() << f.file << (be ? " BE" : " LE") << di << rw);
-                    resetPlayerState();
-                    settings.dsdMode = kDsdNative;
-                    (be ? dsdNativeBE : dsdNativeLE).store(1);
-                    Card card({be ? "DSD_U32_BE" : "DSD_U32_LE", "S32_LE"});
-                    RunText text = playDsd(f, di, rw, kFormatS32);
-                    std::vector<uint8_t> want = readFileBytes(f.refPath());
-                    (be ? packDsdU32BE : packDsdU32LE)(want.data(), uint32_t(want.size()),
-                                                       f.channels);
-                    EXPECT_EQ(card.capture(), want);
-                    auto hw = eventsOfKind(card.events(), "hw_params");
-                    ASSERT_EQ(hw.size(), 1u);
-                    EXPECT_EQ(hw[0].fields["format"], be ? "DSD_U32_BE" : "DSD_U32_LE");
-                    EXPECT_EQ(hw[0].fields["rate"], "88200");
-                    EXPECT_EQ(streamBits.load(), 1);
-                    EXPECT_NE(text.out.find("Samplerate: 2822400"), std::string::npos);
-                }
-}
-
-TEST(DsdPlayback, DopOnThirtyTwoAndTwentyFourBitCards) {
-    std::vector<Fixture> files = dsdFixtures("dsf");
-    if (files.empty()) GTEST_SKIP() << "no DSD fixtures";
-    struct Mode {
-        int32_t format;
-        int32_t dsdMode;
-    } modes[] = {{kFormatS32, kDsdDop}, {kFormatS24_3, kDsdDop}, {kFormatS24_3, kDsdNative}};
-    for (const Mode& m : modes)
-        for (const Fixture& f : files)
-            for (bool di : {false, true})
-                for (bool rw : {false, true}) {
-                    SCOPED_TRACE(testing::Message()
-                                 << f.file << formatName(m.format) << m.dsdMode << di << rw);
-                    resetPlayerState();
-                    settings.dsdMode = m.dsdMode;
-                    Card card({formatName(m.format)});
-                    playDsd(f, di, rw, m.format);
-                    checkDop(card.capture(), readFileBytes(f.refPath()), f.channels, m.format);
-                    auto hw = eventsOfKind(card.events(), "hw_params");
-                    ASSERT_EQ(hw.size(), 1u);
-                    EXPECT_EQ(hw[0].fields["rate"], "176400");
-                }
-}
-
-TEST(DsdPlayback, PcmModeRunsTheCardAtTheChosenRate) {
-    std::vector<Fixture> files = dsdFixtures("dsf");
-    if (files.empty()) GTEST_SKIP() << "no DSD fixtures";
-    const Fixture& f = files.front();
-    for (int32_t format : {kFormatS32, kFormatS24_3, kFormatS16})
-        for (int32_t rate : {88200, 176400}) {
-            SCOPED_TRACE(testing::Message() << formatName(format) << rate);
-            resetPlayerState();
-            settings.dsdMode = kDsdPcm;
-            settings.dsdPcmRate = rate;
-            Card card({formatName(format)});
-            playDsd(f, true, false, format);
-            auto hw = eventsOfKind(card.events(), "hw_params");
-            ASSERT_EQ(hw.size(), 1u);
-            EXPECT_EQ(hw[0].fields["rate"], std::to_string(rate));
-            // One second of DSD becomes one second of PCM.
-            size_t frames = card.capture().size() / frameBytes(format, f.channels);
-            EXPECT_EQ(frames, f.frames * 8 * size_t(rate) / 2822400);
-        }
-}
+INSTANTIATE_TEST_SUITE_P(Fixtures, DsdPlayback, testing::ValuesIn(cases()), [](const auto& info) {
+    const DsdCase& c = info.param;
+    return testName(c.f.file + "_" + std::to_string(c.dsdMode) + "_" + c.cardFormats[0] + "_" +
+                    std::to_string(c.pcmRate) + (c.mode.di ? "_DI" : "_FM") +
+                    (c.mode.rw ? "_RW" : "_MMAP"));
+});
 
 }  // namespace

@@ -1,13 +1,12 @@
 #include "tests/engine/player_harness.h"
 
+#include <alsa/asoundlib.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "engine/packing.h"
@@ -15,52 +14,14 @@
 #include "settings/settings.h"
 #include "settings/tuning.h"
 
-std::string Fixture::path() const {
-    return std::string(TOVRIN_FIXTURES_DIR) + "/" + file;
-}
-std::string Fixture::refPath() const {
-    return std::string(TOVRIN_FIXTURES_DIR) + "/" + ref;
-}
-
-std::vector<Fixture> fixtures(const std::string& kind) {
-    std::vector<Fixture> rows;
-    std::ifstream in(std::string(TOVRIN_FIXTURES_DIR) + "/manifest.tsv");
-    std::string line;
-    std::getline(in, line);  // header
-    while (std::getline(in, line)) {
-        std::vector<std::string> col;
-        std::stringstream ss(line);
-        for (std::string c; std::getline(ss, c, '\t');) col.push_back(c);
-        if (col.size() < 8) continue;
-        Fixture f{col[0],
-                  col[1],
-                  col[2],
-                  std::stoi(col[3]),
-                  std::stoi(col[4]),
-                  std::stoi(col[5]),
-                  std::stoull(col[6]),
-                  col[7]};
-        if (kind.empty() || f.kind == kind) rows.push_back(f);
-    }
-    return rows;
-}
-
-Fixture fixture(const std::string& file) {
-    for (const Fixture& f : fixtures())
-        if (f.file == file) return f;
-    ADD_FAILURE() << "no fixture " << file;
-    return {};
-}
-
 Card::Card(std::vector<std::string> formats, double speed) {
     config_.formats = std::move(formats);
     config_.speed = speed;
     config_.rates.push_back(22050);  // the 8-bit fixture's rate
     config_.capturePath = dir_.file("capture.raw");
     config_.logPath = dir_.file("events.log");
-    std::string conf = dir_.file("alsa.conf");
-    writeVdacConfig(conf, config_);
-    useAlsaConfig(conf);
+    writeVdacConfig(dir_.file("alsa.conf"), config_);
+    useAlsaConfig(dir_.file("alsa.conf"));
 }
 
 void resetPlayerState() {
@@ -83,108 +44,76 @@ void resetPlayerState() {
     releaseFullMemoryBuffer();
 }
 
-PlayerRoutine routineFor(bool directInput, int32_t outputFormat) {
-    switch (outputFormat) {
-        case kFormatS32:
-            return directInput ? directInputPlayerS32 : fullMemoryPlayerS32;
-        case kFormatS24_3:
-            return directInput ? directInputPlayerS24 : fullMemoryPlayerS24;
-        default:
-            return directInput ? directInputPlayerS16 : fullMemoryPlayerS16;
-    }
+namespace {
+
+bool waitRunning() {
+    for (int i = 0; i < 5000 && !playerRunning.load(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    return playerRunning.load();
 }
 
-const char* formatName(int32_t f) {
-    switch (f) {
-        case kFormatS32:
-            return "S32_LE";
-        case kFormatS24_3:
-            return "S24_3LE";
-        case kFormatS16:
-            return "S16_LE";
-        case kFormatDsdU32BE:
-            return "DSD_U32_BE";
-        default:
-            return "DSD_U32_LE";
+RunText captureOutput(const std::function<void()>& body) {
+    TempDir dir;
+    std::fflush(stdout);
+    std::fflush(stderr);
+    int saved[3] = {-1, dup(1), dup(2)};
+    for (int fd : {1, 2}) {
+        int f = open(dir.file(std::to_string(fd)).c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
+        dup2(f, fd);
+        close(f);
     }
+    body();
+    std::fflush(stdout);
+    std::fflush(stderr);
+    RunText text;
+    for (int fd : {1, 2}) {
+        dup2(saved[fd], fd);
+        close(saved[fd]);
+        std::vector<uint8_t> b = readFileBytes(dir.file(std::to_string(fd)));
+        (fd == 1 ? text.out : text.err).assign(b.begin(), b.end());
+    }
+    return text;
 }
 
-void setQueue(const std::vector<std::string>& paths, int index) {
+}  // namespace
+
+RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaFormat,
+             const std::function<void()>& drive) {
+    static const PlayerRoutine routines[2][3] = {
+        {fullMemoryPlayerS16, fullMemoryPlayerS24, fullMemoryPlayerS32},
+        {directInputPlayerS16, directInputPlayerS24, directInputPlayerS32}};
+    PlayerRoutine routine = routines[mode.di][alsaFormat == kFormatS16     ? 0
+                                              : alsaFormat == kFormatS24_3 ? 1
+                                                                           : 2];
+    settings.directInput = mode.di;
+    settings.rwAccess = mode.rw;
+    outputFormat.store(alsaFormat);
     for (size_t i = 0; i < paths.size(); ++i) copyPathSlot(queuePaths[i], paths[i].c_str());
     queueCount.store(int32_t(paths.size()));
-    queueIndex.store(index);
-    copyPathSlot(currentPath, paths[size_t(index)].c_str());
+    queueIndex.store(0);
+    copyPathSlot(currentPath, paths[0].c_str());
+    return captureOutput([&] {
+        if (!drive) {
+            routine(nullptr);
+            return;
+        }
+        pthread_t thread;
+        pthread_create(&thread, nullptr, routine, nullptr);
+        playerThread.store(thread);
+        if (waitRunning())
+            drive();
+        else
+            ADD_FAILURE() << "the routine never started playing";
+        pthread_join(thread, nullptr);
+    });
 }
 
-static std::string slurp(const std::string& path) {
-    std::vector<uint8_t> b = readFileBytes(path);
-    return std::string(b.begin(), b.end());
-}
-
-OutputCapture::OutputCapture() {
-    std::fflush(stdout);
-    std::fflush(stderr);
-    savedOut_ = dup(1);
-    savedErr_ = dup(2);
-    int o = open(dir_.file("out").c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    int e = open(dir_.file("err").c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    dup2(o, 1);
-    dup2(e, 2);
-    close(o);
-    close(e);
-}
-
-void OutputCapture::finish() {
-    if (savedOut_ < 0) return;
-    std::fflush(stdout);
-    std::fflush(stderr);
-    dup2(savedOut_, 1);
-    dup2(savedErr_, 2);
-    close(savedOut_);
-    close(savedErr_);
-    savedOut_ = savedErr_ = -1;
-    out_ = slurp(dir_.file("out"));
-    err_ = slurp(dir_.file("err"));
-}
-
-OutputCapture::~OutputCapture() {
-    finish();
-}
-
-RunText playInline(PlayerRoutine routine) {
-    OutputCapture cap;
-    routine(nullptr);
-    cap.finish();
-    return {cap.out(), cap.err()};
-}
-
-PlayerThread::PlayerThread(PlayerRoutine routine) {
-    pthread_create(&thread_, nullptr, routine, nullptr);
-    playerThread.store(thread_);
-}
-
-PlayerThread::~PlayerThread() {
-    join();
-}
-
-void PlayerThread::join() {
-    if (joined_) return;
-    pthread_join(thread_, nullptr);
-    joined_ = true;
-}
-
-bool PlayerThread::waitRunning(uint8_t want, double seconds) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (playerRunning.load() != want) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+const char* formatName(int32_t alsaFormat) {
+    return snd_pcm_format_name(snd_pcm_format_t(alsaFormat));
 }
 
 uint32_t frameBytes(int32_t alsaFormat, int channels) {
-    int width = alsaFormat == kFormatS24_3 ? 3 : alsaFormat == kFormatS16 ? 2 : 4;
-    return uint32_t(width * channels);
+    return uint32_t(snd_pcm_format_physical_width(snd_pcm_format_t(alsaFormat)) / 8 * channels);
 }
 
 std::vector<uint8_t> expectedCardBytes(const Fixture& f, int32_t alsaFormat) {
@@ -199,9 +128,8 @@ std::vector<uint8_t> expectedCardBytes(const Fixture& f, int32_t alsaFormat) {
         return out;
     }
     // Left-justified 32-bit words: a narrower card keeps their top bytes.
-    size_t keep = alsaFormat == kFormatS24_3 ? 3 : alsaFormat == kFormatS16 ? 2 : 4;
+    const size_t keep = frameBytes(alsaFormat, 1);
     std::vector<uint8_t> out;
-    out.reserve(ref.size() / 4 * keep);
     for (size_t i = 0; i + 4 <= ref.size(); i += 4)
         for (size_t b = 4 - keep; b < 4; ++b) out.push_back(ref[i + b]);
     return out;

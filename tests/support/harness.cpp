@@ -5,11 +5,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 
 extern char** environ;
@@ -17,9 +16,8 @@ extern char** environ;
 namespace {
 
 int64_t nowMs() {
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return int64_t(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
 void closeFd(int& fd) {
@@ -57,44 +55,36 @@ bool ProgramRun::start(const std::string& binary, const std::vector<std::string>
                        const std::map<std::string, std::string>& extraEnv) {
     if (pid_ > 0) return false;
     std::filesystem::create_directories(workdir + "/sandbox");
-    // A child whose stdin reader has gone must not kill the test with SIGPIPE.
-    ::signal(SIGPIPE, SIG_IGN);
-
-    int inPipe[2], outPipe[2], errPipe[2];
-    if (pipe2(inPipe, O_CLOEXEC) || pipe2(outPipe, O_CLOEXEC) || pipe2(errPipe, O_CLOEXEC)) {
-        err_ = std::string("pipe: ") + strerror(errno);
-        return false;
-    }
+    ::signal(SIGPIPE, SIG_IGN);  // a child gone from its stdin must not kill the test
+    int pipes[3][2];
+    for (auto& p : pipes)
+        if (pipe2(p, O_CLOEXEC)) {
+            err_ = std::string("pipe: ") + strerror(errno);
+            return false;
+        }
     // Everything the child needs is prepared before fork: no allocation after it.
     std::vector<std::string> argStrings{binary};
     argStrings.insert(argStrings.end(), args.begin(), args.end());
     std::vector<std::string> envStrings = childEnvironment(workdir, extraEnv);
     auto argv = pointers(argStrings);
     auto envp = pointers(envStrings);
-
     pid_ = fork();
     if (pid_ == 0) {
         setpgid(0, 0);
-        dup2(inPipe[0], 0);
-        dup2(outPipe[1], 1);
-        dup2(errPipe[1], 2);
+        for (int fd = 0; fd < 3; ++fd) dup2(pipes[fd][fd == 0 ? 0 : 1], fd);
         if (chdir(workdir.c_str()) == 0) execve(binary.c_str(), argv.data(), envp.data());
         const char msg[] = "ProgramRun: cannot exec\n";
         (void)!write(2, msg, sizeof msg - 1);
         _exit(127);
     }
-    close(inPipe[0]);
-    close(outPipe[1]);
-    close(errPipe[1]);
-    in_ = inPipe[1];
-    outFd_ = outPipe[0];
-    errFd_ = errPipe[0];
+    close(pipes[0][0]), close(pipes[1][1]), close(pipes[2][1]);
+    in_ = pipes[0][1], outFd_ = pipes[1][0], errFd_ = pipes[2][0];
     if (pid_ < 0) {
         err_ = std::string("fork: ") + strerror(errno);
         closeFd(in_), closeFd(outFd_), closeFd(errFd_);
         return false;
     }
-    setpgid(pid_, pid_);  // also from here, so signal() works before the child runs
+    setpgid(pid_, pid_);  // from here too, so the group exists before the child runs
     return true;
 }
 
@@ -121,10 +111,6 @@ void ProgramRun::closeInput() {
     closeFd(in_);
 }
 
-void ProgramRun::signal(int sig) {
-    if (pid_ > 0 && !reaped_) kill(-pid_, sig);
-}
-
 bool ProgramRun::pump(int timeoutMs) {
     pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
     if (outFd_ < 0 && errFd_ < 0) return false;
@@ -145,23 +131,20 @@ bool ProgramRun::pump(int timeoutMs) {
 
 bool ProgramRun::waitFor(Stream stream, const std::string& text, double timeoutSec, size_t from) {
     const std::string& s = stream == Stream::Out ? out_ : err_;
+    auto found = [&] { return s.size() > from && s.find(text, from) != std::string::npos; };
     int64_t deadline = nowMs() + int64_t(timeoutSec * 1000);
-    for (;;) {
-        if (s.size() > from && s.find(text, from) != std::string::npos) return true;
+    while (!found()) {
         int64_t left = deadline - nowMs();
-        if (left <= 0) return false;
-        if (!pump(int(std::min<int64_t>(left, 50)))) {
-            // Both pipes closed: nothing more will arrive.
-            return s.size() > from && s.find(text, from) != std::string::npos;
-        }
+        // Both pipes closed: nothing more will arrive.
+        if (left <= 0 || !pump(int(std::min<int64_t>(left, 50)))) return found();
     }
+    return true;
 }
 
 bool ProgramRun::reap(bool block) {
     if (reaped_) return true;
-    if (pid_ <= 0) return false;
     int status = 0;
-    if (waitpid(pid_, &status, block ? 0 : WNOHANG) != pid_) return false;
+    if (pid_ <= 0 || waitpid(pid_, &status, block ? 0 : WNOHANG) != pid_) return false;
     reaped_ = true;
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return true;
@@ -175,9 +158,8 @@ int ProgramRun::waitExit(double timeoutSec) {
         // Keep reading so a chatty child never blocks on a full pipe.
         if (!pump(int(std::min<int64_t>(left, 20)))) usleep(2000);
     }
-    // Collect the last output; a leftover grandchild may hold the pipes, so bounded.
-    int64_t drainEnd = nowMs() + 500;
-    while (nowMs() < drainEnd && pump(20)) {
+    // The last output; a leftover grandchild may hold the pipes, so bounded.
+    for (int64_t end = nowMs() + 500; nowMs() < end && pump(20);) {
         pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
         if (poll(fds, 2, 0) == 0) break;
     }
@@ -191,10 +173,6 @@ PlayerFixture::PlayerFixture(VdacConfig config) : vdac(std::move(config)) {
     std::filesystem::create_directories(sandbox);
     if (vdac.capturePath.empty()) vdac.capturePath = dir.file("capture.raw");
     if (vdac.logPath.empty()) vdac.logPath = dir.file("vdac.log");
-    rewriteConfig();
-}
-
-void PlayerFixture::rewriteConfig() {
     writeVdacConfig(confPath, vdac);
 }
 

@@ -32,7 +32,6 @@ class ProgramRun {
 
     bool send(const std::string& text);  // false once the child's stdin is closed
     void closeInput();
-    void signal(int sig);  // to the whole process group, like a terminal's Ctrl-C
 
     // True once `text` occurs in the stream at or after byte offset `from`.
     bool waitFor(Stream stream, const std::string& text, double timeoutSec, size_t from = 0);
@@ -41,7 +40,6 @@ class ProgramRun {
 
     const std::string& out() const { return out_; }
     const std::string& err() const { return err_; }
-    pid_t pid() const { return pid_; }
 
   private:
     bool pump(int timeoutMs);  // reads whatever is ready; false when both pipes are closed
@@ -58,9 +56,6 @@ class ProgramRun {
 // its capture and event log in the same directory, ready for ProgramRun.
 struct PlayerFixture {
     explicit PlayerFixture(VdacConfig config = {});
-
-    // Rewrites alsa.conf after changing `vdac`.
-    void rewriteConfig();
     // Starts the built player in the working directory.
     bool start(ProgramRun& run, const std::vector<std::string>& args,
                const std::map<std::string, std::string>& extraEnv = {});

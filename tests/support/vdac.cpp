@@ -11,45 +11,29 @@
 
 namespace {
 
-std::string quoted(const std::string& s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') out += '\\';
-        out += c;
-    }
-    return out + "\"";
-}
-
 template <typename T>
-std::string joined(const std::vector<T>& items) {
+std::string quotedList(const std::vector<T>& items) {
     std::ostringstream out;
     out.imbue(std::locale::classic());
+    out << '"';
     for (size_t i = 0; i < items.size(); ++i) out << (i ? " " : "") << items[i];
-    return out.str();
+    return out.str() + '"';
 }
 
 }  // namespace
 
 void writeVdacConfig(const std::string& confPath, const VdacConfig& c) {
-    std::ostringstream conf;
-    conf.imbue(std::locale::classic());
-    conf.precision(17);
     // Only this file is read, so nothing else defines "default" or hooks in
-    // the system's conf.d and the user's ~/.asoundrc.
-    conf << "pcm_type.vdac {\n  lib " << quoted(VDAC_PLUGIN) << "\n}\n"
-         << "pcm.!default {\n  type vdac\n"
-         << "  formats " << quoted(joined(c.formats)) << "\n"
-         << "  rates " << quoted(joined(c.rates)) << "\n"
-         << "  channels_min " << c.channelsMin << "\n"
-         << "  channels_max " << c.channelsMax << "\n"
-         << "  speed " << std::fixed << c.speed << "\n";
-    if (!c.capturePath.empty()) conf << "  capture " << quoted(c.capturePath) << "\n";
-    if (!c.logPath.empty()) conf << "  log " << quoted(c.logPath) << "\n";
-    conf << "}\n";
-
-    std::ofstream file(confPath, std::ios::trunc);
-    file << conf.str();
-    if (!file.flush()) throw std::runtime_error("cannot write " + confPath);
+    // the system's conf.d and the user's ~/.asoundrc. Paths hold no quotes.
+    std::ofstream conf(confPath, std::ios::trunc);
+    conf.imbue(std::locale::classic());
+    conf << "pcm_type.vdac {\n  lib \"" VDAC_PLUGIN "\"\n}\n"
+         << "pcm.!default {\n  type vdac\n  formats " << quotedList(c.formats) << "\n  rates "
+         << quotedList(c.rates) << "\n  channels_min " << c.channelsMin << "\n  channels_max "
+         << c.channelsMax << "\n  speed " << std::fixed << c.speed << "\n";
+    if (!c.capturePath.empty()) conf << "  capture \"" << c.capturePath << "\"\n";
+    if (!c.logPath.empty()) conf << "  log \"" << c.logPath << "\"\n";
+    if (!(conf << "}\n").flush()) throw std::runtime_error("cannot write " + confPath);
 }
 
 void useAlsaConfig(const std::string& confPath) {
