@@ -1,6 +1,6 @@
-// The command loop's words: settings commands and their report, and the
-// start/stop/next/previous/pause/seek protocol with a player thread, driven by
-// a stand-in player that keeps the thread contract.
+// The start/stop/next/previous/pause/seek protocol between the command loop and
+// a player thread, driven by a stand-in player that keeps the thread contract.
+// The settings commands are checked by the whole-program console test.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -52,11 +52,11 @@ bool eventually(bool (*pred)()) {
     for (int i = 0; i < 500 && !pred(); ++i) sleepMs(10);
     return pred();
 }
-bool playing() {
-    return playerRunning.load() != 0;
+bool waitPlaying() {
+    return eventually([] { return playerRunning.load() != 0; });
 }
-bool seekTaken() {
-    return seekSeconds.load() == -1;
+bool waitSeekTaken() {
+    return eventually([] { return seekSeconds.load() == -1; });
 }
 
 class Frontend : public testing::Test {
@@ -64,13 +64,10 @@ class Frontend : public testing::Test {
     void SetUp() override {
         applySandbox(dir_.path().c_str());
         settings = Settings{.directInput = 1};  // no "Loading" between the lines
-        setColors(false);
         outputFormat.store(kFormatS32);
         for (auto& row : playerVariants)
             for (auto& routine : row) routine = testPlayer;
         run("st");
-        dsdNativeBE.store(0);
-        dsdNativeLE.store(0);
         played.clear();
         seeks.clear();
         startDelayMs.store(0);
@@ -92,7 +89,7 @@ class Frontend : public testing::Test {
     }
     void playEntry(const char* number) {
         run(number);
-        ASSERT_TRUE(eventually(playing));
+        ASSERT_TRUE(waitPlaying());
     }
     std::string path(const char* name) { return music_ + "/" + name; }
     testfiles::TempDir dir_;
@@ -100,42 +97,11 @@ class Frontend : public testing::Test {
     const std::string music_ = dir_ / "music";
 };
 
-TEST_F(Frontend, SettingsCommandsClampConfirmAndReport) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"pf", "period size: 0 frames\n"},
-        {"pt500", "period time: 500 us\n"},  // clears the period size
-        {"bf-3", "default buffer size\n"},
-        {"pr150", "priority: 99\n"},
-        {"ni25", "nice: 19\n"},
-        {"nat", "DSD Native mode not supported by DAC or driver\n"},
-        {"pcm99", "DSD Mode: PCM\nPCM Samplerate for DSD: 44100\n"},  // unknown rate: kept
-        {"pcm88", "DSD Mode: PCM\nPCM Samplerate for DSD: 88200\n"},
-        {"cl2", "Colors mode on\n"},
-        {"cs7", "Cores: no cores select\n"},
-        {"S", ""},
-        {"st1", ""},  // "st" must be the whole word
-    };
-    for (const auto& [word, printed] : cases) EXPECT_EQ(run(word), printed) << word;
-    EXPECT_EQ(settings.bufferFrames, -3);  // stored as typed
-    EXPECT_STREQ(colorReset, "\033[0m");
-    dsdNativeLE.store(1);
-    EXPECT_EQ(run("nat"), "DSD Mode: Native\n");
-    settings.bufferFrames = 0;  // zero is a size, a negative value none
-    settings.coresSelect = 2;
-    outputFormat.store(kFormatS24_3);
-    std::string report = run("st");
-    EXPECT_EQ(report.rfind("24 bit output\nMode: Direct Input\n", 0), 0u) << report;
-    EXPECT_NE(report.find("\nALSA Period: 500 us\nALSA Buffer: 0 frames\nDSD Mode: Native\n"
-                          "Supports DSD Native mode: yes\n"),
-              std::string::npos);
-    EXPECT_NE(report.find("Cores: double core\n"), std::string::npos);
-}
-
 TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
     playEntry("3");
     EXPECT_EQ(queueCount.load(), 3);
     run("n");
-    ASSERT_TRUE(eventually(playing));
+    ASSERT_TRUE(waitPlaying());
     run("N");  // at the last slot: only the stop
     EXPECT_EQ(playerThread.load(), pthread_t(0));
     playEntry("1");
@@ -143,7 +109,7 @@ TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
     EXPECT_EQ(playerThread.load(), pthread_t(0));
     playEntry("4");
     run("P");
-    ASSERT_TRUE(eventually(playing));
+    ASSERT_TRUE(waitPlaying());
     std::lock_guard<std::mutex> lock(seenLock);
     EXPECT_EQ(played, (std::vector<std::string>{path("c.FLAC"), path("e.wav"), path("a.flac"),
                                                 path("e.wav"), path("c.FLAC")}));
@@ -169,14 +135,14 @@ TEST_F(Frontend, SeeksWhilePlayingAndSettingsWordsAreSeeks) {
     playEntry("1");
     playStartMs.store(nowMs() - 50000);
     run("90");
-    ASSERT_TRUE(eventually(seekTaken));
+    ASSERT_TRUE(waitSeekTaken());
     testfiles::Capture err(stderr);
     run("+10");
     EXPECT_EQ(err.text(), "time 01:40");
-    ASSERT_TRUE(eventually(seekTaken));
+    ASSERT_TRUE(waitSeekTaken());
     for (const char* ignored : {"300", "pf100", "st", "l", "-101", "+abc", ".1"}) run(ignored);
     run("1:05");
-    ASSERT_TRUE(eventually(seekTaken));
+    ASSERT_TRUE(waitSeekTaken());
     std::lock_guard<std::mutex> lock(seenLock);
     EXPECT_EQ(seeks, (std::vector<int32_t>{90, 100, 65}));
     EXPECT_EQ(settings.periodFrames, -1);
@@ -187,7 +153,7 @@ TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
     run("1");
     run("2");  // read as a seek to 0:02 once the first thread plays
     EXPECT_EQ(playerRunning.load(), 1);
-    ASSERT_TRUE(eventually(seekTaken));
+    ASSERT_TRUE(waitSeekTaken());
     run("s");
     EXPECT_EQ(playerThread.load(), pthread_t(0));
     EXPECT_EQ(seeks, std::vector<int32_t>{2});
@@ -197,7 +163,7 @@ TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
     run("1");
     run("3");  // the first gives up: the number then starts the third entry
     failToStart.store(false);
-    ASSERT_TRUE(eventually(playing));
+    ASSERT_TRUE(waitPlaying());
     EXPECT_STREQ(currentPath, path("c.FLAC").c_str());
     EXPECT_EQ(mostLiveThreads.load(), 1);
 }

@@ -70,26 +70,43 @@ INSTANTIATE_TEST_SUITE_P(
                     FormatCase{{"S16_LE", "S24_3LE", "DSD_U32_LE"}, "24 bit output", "yes"},
                     FormatCase{{"S16_LE"}, "16 bit output", "no"}));
 
-TEST(Console, SettingsPersistAcrossRestartsInTheFileLayout) {
+TEST(Console, SettingsCommandsConfirmPersistAndKeepTheFileLayout) {
     Console fx;
     fs::create_directory(fx.music + "/Other");
     ProgramRun first, second;
-    ASSERT_EQ(fx.session(first, "pf256\nbt50000\ndi\ncs1\nrw\npcm176\nlp0\ncl0\nni7\nx\n"), 0);
-    std::string config = readFile(fx.workdir + "/config.dat");
+    ASSERT_EQ(
+        fx.session(first,
+                   "pf\npf256\npt500\nbf-3\nbf0\npr150\nni25\nnat\npcm99\npcm176\ndop\ndixyz\n"
+                   "rw\ncs7\ncs2\nlp0\ncl0\nst1\nS\nx\n"),
+        0);
+    const std::string listed = "\n0    ..\n1    " + fx.music + "/Other\n";
+    // No PCM rate line in DoP mode; real-time priority stays sandboxed.
+    const std::string report =
+        "32 bit output\nMode: Direct Input\nProcess priority: 0\nProcess nice: 19\n"
+        "ALSA Period: 500 us\nALSA Buffer: 0 frames\nDSD Mode: DoP\nSupports DSD Native mode: no\n";
+    ASSERT_NE(first.out().find(listed), std::string::npos) << first.out();
+    EXPECT_EQ(
+        first.out().substr(first.out().find(listed) + listed.size()),
+        "period size: 0 frames\nperiod size: 256 frames\nperiod time: 500 us\n"
+        "default buffer size\nbuffer size: 0 frames\n"
+        "priority: 99\nnice: 19\nDSD Native mode not supported by DAC or driver\n"
+        "DSD Mode: PCM\nPCM Samplerate for DSD: 44100\n"  // an unknown rate is kept
+        "DSD Mode: PCM\nPCM Samplerate for DSD: 176400\nDSD Mode: DoP\n" +
+            report +
+            "Buffer access mode: MMAP\nCores: no cores select\nBuffer access mode: RW\n"
+            "Cores: no cores select\nCores: double core\nLines per page: 0\nColors mode off\n");
+    const std::string config = readFile(fx.workdir + "/config.dat");
     ASSERT_EQ(config.size(), 136u);
-    EXPECT_EQ(fieldAt(config, 0), 256);      // period frames
-    EXPECT_EQ(fieldAt(config, 12), 50000);   // buffer time
-    EXPECT_EQ(fieldAt(config, 24), 176400);  // DSD to PCM rate
-    EXPECT_EQ(fieldAt(config, 32), 0);       // lines per page, stored as typed
-    EXPECT_EQ(fieldAt(config, 124), 1);      // single core
-    ASSERT_EQ(fx.session(second, "x\n"), 0);
-    EXPECT_NE(second.out().find("Mode: Direct Input\nProcess priority: 0\nProcess nice: 7\n"
-                                "ALSA Period: 256 frames\nALSA Buffer: 50000 us\n"),
-              std::string::npos);
-    EXPECT_NE(second.out().find("176400\nBuffer access mode: RW\nCores: single core\n"),
-              std::string::npos);
-    // A stored page length of 0 lists as 100: the whole folder appears.
-    EXPECT_NE(second.out().find("\n1    " + fx.music + "/Other\n"), std::string::npos);
+    const std::pair<size_t, int32_t> fields[] = {
+        {0, -1}, {4, 500}, {8, 0},   {12, -1}, {16, 1},   {20, 1},  {24, 176400},
+        {28, 0}, {32, 0},  {120, 1}, {124, 2}, {128, 99}, {132, 19}};
+    for (auto [offset, value] : fields) EXPECT_EQ(fieldAt(config, offset), value) << offset;
+
+    ASSERT_EQ(fx.session(second, "x\n"), 0);  // a stored page length of 0 lists as 100
+    EXPECT_EQ(second.out(), "Tovrin for Linux. Console version\n\n" + report +
+                                "Buffer access mode: RW\nCores: double core\n\n"
+                                "h - view list of commands\n" +
+                                listed);
 }
 
 TEST(Console, FoldersPagingAndThePathFile) {
@@ -119,34 +136,58 @@ TEST(Console, FoldersPagingAndThePathFile) {
     EXPECT_EQ(readFile(fx.workdir + "/path.txt"), fx.workdir);
 }
 
-TEST(Console, NoDeviceSelectsACardOrEndsWithStatusOne) {
+// What the program wrote to stderr after its first line (ALSA's own error text).
+std::string errAfterFirstLine(const ProgramRun& run) {
+    return run.err().substr(run.err().find('\n'));
+}
+
+TEST(Console, NoDeviceEndsWithStatusOneWithoutACardToChoose) {
     Console fx;
     const std::string broken = "pcm.!default { type hw card 99 }\n";
-    ProgramRun none;
+    ProgramRun none, unwritable;
     writeFile(fx.confPath, broken);
-    EXPECT_EQ(fx.session(none, ""), 1);
+    EXPECT_EQ(fx.session(none, "0\n"), 1);
     EXPECT_EQ(none.err().rfind("unable to open pcm device: ", 0), 0u) << none.err();
-    EXPECT_EQ(none.err().substr(none.err().find('\n')), "\n\nERROR: Not found sound devices!\n");
+    EXPECT_EQ(errAfterFirstLine(none), "\n\nERROR: Not found sound devices!\n");
     EXPECT_EQ(none.out(), "Tovrin for Linux. Console version\n\n");
+    writeFile(fx.confPath, broken + "namehint.pcm.a \"hw:CARD=VDAC,DEV=0|Virtual DAC\"\n");
+    fs::create_directories(fx.sandbox + "/asound.conf");
+    EXPECT_EQ(fx.session(unwritable, "0\n"), 1);
+    EXPECT_EQ(errAfterFirstLine(unwritable),
+              "\n\nCan't open /etc/asound.conf\nPlease run player as root!\n");
+}
 
-    // Software name hints stand in for the cards ALSA would list. The chosen
-    // card goes to the sandbox; "default" still fails, and the probe says nothing.
-    writeFile(fx.confPath, broken +
-                               "namehint.pcm {\n a \"hw:CARD=VDAC,DEV=0|Virtual DAC\"\n"
-                               " b \"sysdefault:CARD=VDAC|Default\"\n}\n");
+TEST(Console, CardSelectionListsEachCardOnceAndWritesTheSandbox) {
+    // Software name hints stand in for the cards ALSA would list; "default"
+    // still fails after the choice, and the format probe says nothing about it.
+    Console fx;
+    writeFile(fx.confPath,
+              "pcm.!default { type hw card 99 }\nnamehint.pcm {\n"
+              " a \"hw:CARD=VDAC,DEV=0|Virtual DAC\nDirect hardware\"\n"
+              " b \"plughw:CARD=VDAC,DEV=0|Plug\"\n"
+              " c \"sysdefault:CARD=VDAC|Default\"\n d \"null|Discard\"\n}\n");
     const std::string etc = readFile("/etc/asound.conf");
     ProgramRun run;
-    ASSERT_EQ(fx.session(run, "1\ncard\n7\nlp5\nx\n"), 0);
-    EXPECT_NE(run.out().find("\nCard number>Device: VDAC\n16 bit output\n"), std::string::npos)
+    ASSERT_EQ(fx.session(run, "1\ncard\nabc def\ncard\n99999999999999999999\ncard\n7\nlp5\ncard\n"),
+              0);
+    const std::string list =
+        "Select Device:\n0   VDAC,DEV=0\nVirtual DAC\n\n1   VDAC\nDefault\n\n"
+        "\nCard number>";
+    EXPECT_EQ(run.out().rfind("Tovrin for Linux. Console version\n\nhw:CARD=VDAC,DEV=0\n"
+                              "Virtual DAC\n\nsysdefault:CARD=VDAC\nDefault\n\n" +
+                                  list + "Device: VDAC\n16 bit output\n",
+                              0),
+              0u)
         << run.out();
+    // Bad words, a number past the list and the end of input each fail; the
+    // loop reads on after them, and later lists repeat no card.
+    EXPECT_EQ(run.out().substr(run.out().find("\n0    ..\n") + 9),
+              list + list + list + "Lines per page: 5\n" + list);
+    const std::string failed = "\nERROR: Not found sound devices!\n\n> ";
+    EXPECT_EQ(errAfterFirstLine(run), "\n\n> " + failed + failed + failed + "\n> " + failed);
     EXPECT_EQ(readFile(fx.sandbox + "/asound.conf"),
               "pcm.!default\n{\ntype hw\ncard VDAC\ndevice 0\n}\n"
               "ctl.!default\n{\ntype hw\ncard VDAC\ndevice 0\n}\n");
-    // A number outside the list fails, and the loop reads on after it.
-    EXPECT_EQ(run.err().substr(run.err().find('\n')),
-              "\n\n> \nERROR: Not found sound devices!\n\n> \n> ")
-        << run.err();
-    EXPECT_NE(run.out().find("Lines per page: 5\n"), std::string::npos);
     EXPECT_EQ(readFile("/etc/asound.conf"), etc);
 }
 

@@ -56,8 +56,8 @@ class Capture {
         fclose(file_);
     }
     std::string text() {
+        fflush(stream_);
         if (saved_ >= 0) {
-            fflush(stream_);
             dup2(saved_, fileno(stream_));
             close(saved_);
             saved_ = -1;

@@ -1,0 +1,135 @@
+// Which files a folder lists and in which order, page positions, and the
+// listed page's lines by entry kind.
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "library/folder.h"
+#include "settings/settings.h"
+#include "tests/settings/test_files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(PlayableFile, SuffixesInExactlyTwoCases) {
+    for (std::string suffix :
+         {"wav", "aiff", "ogg", "mp3", "flac", "ape", "m4a", "mp4", "aac", "dff", "dsf", "wv"}) {
+        std::string upper = suffix;
+        std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+        EXPECT_TRUE(isPlayableFile(("x." + suffix).c_str()) &&
+                    isPlayableFile(("x." + upper).c_str()))
+            << suffix;
+    }
+    for (const char* name : {".wv", "/music/a b/01.flac", "a.cue", "A.CUE", ".cue"})
+        EXPECT_NE(isPlayableFile(name), isCueFile(name)) << name;
+    for (const char* name : {"x.Flac", "wv", "x.flac ", "x.flac.txt", "x.aif", "", "x_wav", "a.Cue",
+                             "cue", "a.cue.bak"})
+        EXPECT_FALSE(isPlayableFile(name) || isCueFile(name)) << name;
+}
+
+// Scans into a list holding a stale entry; returns the list, and what was printed.
+FolderList scan(const std::string& path, std::string* out = nullptr, std::string* err = nullptr) {
+    FolderList list{"stale"};
+    testfiles::Capture o(stdout), e(stderr);
+    scanFolder(path.c_str(), list);
+    std::string printed = o.text(), complaint = e.text();
+    if (out) *out = printed;
+    if (err) *err = complaint;
+    return list;
+}
+
+TEST(FolderScan, GroupsFiltersAndByteOrder) {
+    testfiles::TempDir dir;
+    for (const char* f : {"b.flac", "A.FLAC", "c.Flac", "notes.txt", "disc.cue", "B.CUE",
+                          "10 Track.wav", "2 Track.wav", "\xc3\xa9t\xc3\xa9.mp3", "z.mp3"})
+        testfiles::writeFile(dir / f, "");
+    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"}) fs::create_directory(dir / d);
+    fs::create_symlink(dir / "Art", dir / "link to art");
+    fs::create_symlink(dir / "nowhere", dir / "broken.mp3");
+    fs::create_symlink(dir / "nowhere", dir / "broken dir");
+    std::string listed;
+    for (const std::string& name : scan(dir.path())) listed += name + "|";
+    EXPECT_EQ(listed,
+              "..|.hidden|Art|a folder|link to art|live.flac|10 Track.wav|2 Track.wav|"
+              "A.FLAC|b.flac|broken.mp3|z.mp3|\xc3\xa9t\xc3\xa9.mp3|B.CUE|disc.cue|");
+    EXPECT_EQ(dir.path(), listedFolder);
+    EXPECT_FALSE(atRoot);
+}
+
+TEST(FolderScan, EmptyRootAndMissingFolders) {
+    testfiles::TempDir dir;
+    fs::create_directory(dir / "empty");
+    std::string out, err;
+    EXPECT_EQ(FolderList{".."}, scan(dir / "empty", &out));
+    EXPECT_EQ("\n0    ..\n", out);
+    FolderList list = scan("/");
+    EXPECT_TRUE(atRoot);
+    ASSERT_FALSE(list.empty());
+    EXPECT_NE("..", list[0]);
+    EXPECT_TRUE(scan(dir / "gone", &out, &err).empty());
+    EXPECT_EQ("", out);
+    EXPECT_EQ("Can't read " + dir / "gone" + "\n", err);
+    EXPECT_EQ(dir / "gone", listedFolder);
+    EXPECT_FALSE(atRoot);
+}
+
+TEST(Paging, PositionRule) {
+    struct Case {
+        int position, lines, entries, down, up;
+    } cases[] = {
+        {0, 100, 150, 100, 0},  // 150 entries: 100, then the last full page
+        {100, 100, 150, 50, 0},
+        {0, 100, 10, 0, 0},  // fewer entries than a page
+        {6, 3, 10, 9, 3},
+        {9, 3, 10, 7, 6},
+        {0, 0, 5, 1, 0},  // page length below 1 counts as 1
+        {2, -7, 5, 3, 1},
+        {0, 5, 0, 0, 0},                       // empty list
+        {2147483600, 100, 10, 0, 2147483500},  // damaged positions do not overflow
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.position << "/" << c.lines << "/" << c.entries);
+        EXPECT_EQ(c.down, pageDownPosition(c.position, c.lines, c.entries));
+        EXPECT_EQ(c.up, pageUpPosition(c.position, c.lines));
+    }
+}
+
+std::string page(int position, int lines, bool colours, int depth = 4) {
+    setColors(colours);
+    settings.folderDepth = depth;
+    settings.listPositions[depth] = position;
+    settings.linesPerPage = lines;
+    testfiles::Capture out(stdout);
+    printFolderPage();
+    return out.text();
+}
+
+TEST(Listing, LinesByKindPageBoundsAndRoot) {
+    folderList = {"..", "Scans", "01 Intro.flac", "02 Song.WV", "album.cue", "zz"};
+    listedFolder = "/music/Album";
+    atRoot = false;
+    const std::string d = "/music/Album/";
+    struct Case {
+        int position, lines;
+        bool colours;
+        std::string expected;
+    } cases[] = {
+        {1, 4, true,
+         "\n1    " + d + "Scans\n\033[1;32m2    " + d + "01 Intro.flac\033[0m\n\033[1;32m3    " +
+             d + "02 Song.WV\033[0m\n\033[1;33m4    " + d + "album.cue\033[0m\n"},
+        {1, -2, false, "\n1    " + d + "Scans\n"},
+        {6, 3, false, ""},  // past the end: not even the empty line
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.expected, page(c.position, c.lines, c.colours));
+    folderList = {"bin", "home"};
+    listedFolder = "/";
+    atRoot = true;
+    EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));  // no double slash
+    settings = Settings{};
+    setColors(false);
+    folderList.clear();
+}
+
+}  // namespace

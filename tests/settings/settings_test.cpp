@@ -1,0 +1,194 @@
+// config.dat, core sets, and the sweep and real-time tuning run inside a sandbox
+// folder: these must never reach the real /proc, scheduler or /etc/asound.conf.
+// The file's byte layout is checked by the whole-program session test.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "device/device.h"
+#include "settings/settings.h"
+#include "settings/tuning.h"
+#include "tests/settings/test_files.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+static_assert(sizeof(Settings) == 136, "the record is the file image");
+
+std::vector<int32_t> values(const Settings& s) {  // readable failure output
+    std::vector<int32_t> v(34);
+    memcpy(v.data(), &s, sizeof s);
+    return v;
+}
+
+std::string image(const Settings& s) {
+    return std::string(reinterpret_cast<const char*>(&s), sizeof s);
+}
+
+class SettingsFile : public testing::Test {
+  protected:
+    void TearDown() override {
+        settings = Settings{};
+        setColors(false);
+    }
+    void load(const std::string& bytes) {
+        settings = Settings{};
+        testfiles::writeFile(dir_ / "config.dat", bytes);
+        loadSettings();
+    }
+    testfiles::TempDir dir_;
+    testfiles::ScopedChdir cd_{dir_.path()};
+};
+
+TEST_F(SettingsFile, LoadCorrectionsAndColours) {
+    struct Case {
+        Settings stored, loaded;
+    } cases[] = {
+        {{.periodFrames = 1024, .periodTimeUs = 500}, {.periodFrames = 1024, .periodTimeUs = -1}},
+        {{.periodFrames = 0, .periodTimeUs = 500}, {.periodFrames = 0, .periodTimeUs = 500}},
+        {{.bufferFrames = 4096, .bufferTimeUs = 9}, {.bufferFrames = 4096, .bufferTimeUs = -1}},
+        {{.rtPriority = 100}, {.rtPriority = 0}},
+        {{.rtPriority = 99, .niceValue = -20}, {.rtPriority = 99, .niceValue = -20}},
+        {{.rtPriority = -1, .niceValue = 20}, {.rtPriority = 0, .niceValue = 0}},
+        {{.folderDepth = 20, .niceValue = -21}, {.folderDepth = 19, .niceValue = 0}},
+        {{.dsdPcmRate = 48000, .folderDepth = -4}, {.dsdPcmRate = 44100, .folderDepth = 0}},
+        {{.dsdPcmRate = 352800}, {.dsdPcmRate = 352800}},
+        // Left as stored: their readers deal with these values.
+        {{.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7},
+         {.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7}},
+    };
+    for (const Case& c : cases) {
+        load(image(c.stored));
+        EXPECT_EQ(values(c.loaded), values(settings));
+    }
+    load(image(Settings{}));
+    EXPECT_STREQ("\033[1;32m", colorBrightGreen);
+    load(image(Settings{.colorsOn = 0}));
+    EXPECT_STREQ("", colorReset);
+    std::filesystem::remove(dir_ / "config.dat");
+    settings = Settings{};
+    loadSettings();
+    EXPECT_EQ(values(Settings{}), values(settings));
+}
+
+TEST_F(SettingsFile, SaveRewritesTheWholeRecordWithMode0666) {
+    const Settings stored{.bufferFrames = 4096,
+                          .dsdMode = 1,
+                          .listPositions = {7, 1000},
+                          .coresSelect = 2,
+                          .niceValue = 5};
+    load(image(stored) + std::string(64, '\x7f'));  // bytes past the record are ignored
+    testfiles::writeFile(dir_ / "config.dat", std::string(300, 'x'));
+    mode_t old = umask(022);
+    saveSettings();
+    umask(old);
+    EXPECT_EQ(image(stored), testfiles::readFile(dir_ / "config.dat"));
+    struct stat st {};
+    ASSERT_EQ(0, stat((dir_ / "config.dat").c_str(), &st));
+    EXPECT_EQ(0666u, st.st_mode & 0777);
+}
+
+std::string cpuList(const cpu_set_t& set) {
+    std::string out;
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+        if (CPU_ISSET(cpu, &set)) out += (out.empty() ? "" : ",") + std::to_string(cpu);
+    return out;
+}
+
+TEST(CoreSets, TablesForOneTwoAndEightProcessors) {
+    struct Case {
+        long n;
+        int select;
+        bool act;
+        const char *dedicated, *shared;
+    } cases[] = {
+        {1, 1, false, "", ""},      {-1, 1, false, "", ""},  // sysconf failure
+        {2, 0, true, "0,1", ""},    {2, 1, true, "1", "0"},
+        {2, 2, true, "0,1", "0,1"}, {8, 1, true, "7", "0,1,2,3,4,5,6"},
+    };
+    cpu_set_t dedicated, shared;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.n << "/" << c.select);
+        memset(&dedicated, 0xff, sizeof dedicated);  // both sets are cleared first
+        memset(&shared, 0xff, sizeof shared);
+        EXPECT_EQ(c.act, coreSets(c.n, c.select, dedicated, shared));
+        EXPECT_EQ(c.dedicated, cpuList(dedicated));
+        EXPECT_EQ(c.shared, cpuList(shared));
+    }
+    memset(&dedicated, 0xff, sizeof dedicated);
+    ASSERT_TRUE(coreSets(2000, 1, dedicated, shared));  // past the set's 1024: never set
+    EXPECT_EQ(CPU_COUNT(&dedicated), 0);
+    EXPECT_EQ(CPU_COUNT(&shared), CPU_SETSIZE);
+}
+
+long fakeCpus = 8;
+
+class Sandboxed : public testing::Test {
+  protected:
+    void SetUp() override {
+        applySandbox(dir_.path().c_str());
+        tuningSeams.configuredCpus = [] { return fakeCpus; };
+    }
+    void TearDown() override {
+        tuningSeams = TuningSeams{};
+        deviceSeams = DeviceSeams{};
+        settings = Settings{};
+    }
+    Lines sweep(long cpus, int select) {
+        std::filesystem::remove(dir_ / "affinity.log");
+        fakeCpus = cpus;
+        settings.coresSelect = select;
+        applyCoreAffinity();
+        std::istringstream log(testfiles::readFile(dir_ / "affinity.log"));
+        Lines calls;
+        for (std::string line; std::getline(log, line);) calls.push_back(line);
+        return calls;
+    }
+    testfiles::TempDir dir_;
+    const std::string me_ = std::to_string(gettid());
+};
+
+TEST_F(Sandboxed, SweepMovesEveryOtherThreadOffTheReservedCores) {
+    // Two processes, one holding this very thread (skipped), a process without
+    // tasks, and entries that are no processes or no threads.
+    for (const std::string& d : Lines{"100/task/100", "100/task/101", "200/task/200",
+                                      "200/task/" + me_, "300", "self/task/9", "12x/task/12"})
+        std::filesystem::create_directories(dir_ / ("proc/" + d));
+    testfiles::writeFile(dir_ / "proc/400", "");
+    testfiles::writeFile(dir_ / "proc/100/task/555", "");
+    Lines calls = sweep(8, 2);
+    ASSERT_EQ(calls.size(), 4u);
+    std::sort(calls.begin(), calls.end() - 1);  // the isolated thread is bound last
+    EXPECT_EQ(calls,
+              (Lines{"100 0,1,2,3,4,5", "101 0,1,2,3,4,5", "200 0,1,2,3,4,5", me_ + " 6,7"}));
+    EXPECT_EQ(sweep(8, 0), Lines{me_ + " 0,1,2,3,4,5,6,7"});  // releases the caller only
+    EXPECT_EQ(sweep(1, 1), Lines{});
+    std::filesystem::remove_all(dir_ / "proc");
+    EXPECT_EQ(sweep(8, 1), Lines{me_ + " 7"});
+}
+
+TEST_F(Sandboxed, RealTimeIsRecordedNotTakenAndAnEmptyFolderIsNoSandbox) {
+    settings.rtPriority = 80;
+    applyProcessTuning();
+    const std::string log = testfiles::readFile(dir_ / "tuning.log");
+    EXPECT_NE(log.find("mlockall 3 skipped\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("scheduler 1 80 skipped\n"), std::string::npos) << log;
+    EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
+    EXPECT_EQ(deviceSeams.asoundConfPath, dir_ / "asound.conf");
+
+    TearDown();
+    applySandbox(nullptr);
+    applySandbox("");  // not "/": the real /proc would be swept
+    EXPECT_EQ(deviceSeams.asoundConfPath, "/etc/asound.conf");
+    EXPECT_EQ(tuningSeams.procRoot, "/proc/");
+}
+
+}  // namespace
