@@ -46,11 +46,10 @@ TEST_P(DsdPcmTest, CleanFlatAlignedAndAliasFree) {
     const int multiple = GetParam();
     const int tone = 743;  // bin of about 1 kHz
     const std::vector<int> comb = {15, 74, 743, 3715, 7430, 11145, 14118, 14861};
-    dsdgen::Signal s;
-    s.multiple = multiple;
-    s.channels = 3;
-    s.bits = uint64_t((kLead + kPoints44 / 44100.0 + 0.02) * dsdgen::bitRate(multiple)) + 3;
-    s.tones = {{{tone * kBin, -6, 0}}, {}, {}};
+    // Three channels; the length ends mid-byte.
+    const uint64_t bits =
+        uint64_t((kLead + kPoints44 / 44100.0 + 0.02) * dsdgen::bitRate(multiple));
+    dsdgen::Signal s{multiple, 3, bits + 3, {{{tone * kBin, -6, 0}}, {}, {}}};
     for (int bin : comb) s.tones[1].push_back({bin * kBin, -26, 0.3 * bin});
     for (int k = 0; k < 4; ++k) s.tones[2].push_back({kRates[k] - kFold[k] * kBin, -20, 0});
     const std::string path = testing::TempDir() + "dsd_pcm_" + std::to_string(getpid()) +

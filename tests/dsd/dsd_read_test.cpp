@@ -6,11 +6,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 
 #include "decode/dsd_source.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/vdac.h"
 #include "tools/dsdgen/dsdgen.h"
 
 namespace {
@@ -20,11 +19,6 @@ struct Case {
     std::vector<uint8_t> ref;  // bytes interleaved by channel, earliest bit in the MSB
     int channels, multiple;
 };
-
-std::vector<uint8_t> slurp(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(f), {}};
-}
 
 std::vector<Case> generated() {
     std::vector<Case> out;
@@ -93,16 +87,10 @@ void checkRawAndDop(const Case& c) {
 }
 
 TEST(DsdRead, RawAndDopCarryTheReferenceBytes) {
-    const std::string dir = TOVRIN_FIXTURES_DIR "/";
     std::vector<Case> cases = generated();
-    std::ifstream manifest(dir + "manifest.tsv");
-    std::string file, kind, container, ref;
-    int rate, channels, bits, frames;
-    for (std::string line; std::getline(manifest, line);) {
-        std::istringstream(line) >> file >> kind >> container >> rate >> channels >> bits >>
-            frames >> ref;
-        if (kind == "dsd") cases.push_back({dir + file, slurp(dir + ref), channels, rate / 44100});
-    }
+    for (const Fixture& f : fixtures())
+        if (f.kind == "dsd")
+            cases.push_back({f.path(), readFileBytes(f.refPath()), f.channels, f.rate / 44100});
     EXPECT_GE(cases.size(), 14u);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.path);
@@ -114,11 +102,10 @@ TEST(DsdRead, RawAndDopCarryTheReferenceBytes) {
 // Every cut of a file either fails with text or plays what is there.
 TEST(DsdDamage, CutFilesFailCleanlyOrPlayTheirPart) {
     for (const Case& c : generated()) {
-        std::vector<uint8_t> whole = slurp(c.path);
+        std::vector<uint8_t> whole = readFileBytes(c.path);
         for (size_t cut : {size_t(0), size_t(3), size_t(20), size_t(60), size_t(95), size_t(130),
                            whole.size() / 2, whole.size() - 1}) {
-            std::ofstream(c.path, std::ios::binary)
-                .write(reinterpret_cast<const char*>(whole.data()), std::streamsize(cut));
+            writeFileBytes(c.path, std::vector<uint8_t>(whole.begin(), whole.begin() + long(cut)));
             for (StreamKind kind : {StreamKind::DsdRaw, StreamKind::Dop, StreamKind::DsdPcm}) {
                 std::string error;
                 DsdSource* s = dsdOpen(c.path.c_str(), kind, 88200, &error);

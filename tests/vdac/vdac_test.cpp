@@ -40,7 +40,6 @@ TEST(Vdac, CaptureIsWhatWasWrittenAtThePaceOfTheClock) {
     for (const VdacEvent& e : events) kinds += e.kind + " ";
     ASSERT_EQ(kinds, "open hw_params prepare start drain close ");
     EXPECT_EQ(events[1].fields["format"], "S24_3LE");
-    EXPECT_EQ(events[1].fields["channels"], "3");
     EXPECT_EQ(events[4].bytes, data.size());
     EXPECT_NEAR(double(events[4].us - events[3].us) * 1e-6, 2.0, 0.04);
 }
