@@ -97,6 +97,7 @@ TEST(Console, SettingsCommandsConfirmPersistAndKeepTheFileLayout) {
             "Cores: no cores select\nCores: double core\nLines per page: 0\nColors mode off\n");
     const std::string config = readFile(fx.workdir + "/config.dat");
     ASSERT_EQ(config.size(), 136u);
+    EXPECT_EQ(fs::status(fx.workdir + "/config.dat").permissions(), fs::perms(0666));
     const std::pair<size_t, int32_t> fields[] = {
         {0, -1}, {4, 500}, {8, 0},   {12, -1}, {16, 1},   {20, 1},  {24, 176400},
         {28, 0}, {32, 0},  {120, 1}, {124, 2}, {128, 99}, {132, 19}};
