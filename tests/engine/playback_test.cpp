@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "engine/decoder_setup.h"
+#include "engine/packing.h"
 #include "settings/settings.h"
 #include "tests/engine/player_harness.h"
 
@@ -13,27 +14,47 @@ namespace {
 struct Case {
     std::vector<std::string> files;
     Mode mode;
-    int32_t card = kFormatS32;
-    int seek = -1;        // pending seek in seconds when the run starts
-    size_t sessions = 1;  // device opens the run needs
-    double speed = 0;     // card speed; 50 makes read/write access underrun
+    int32_t card = kFormatS32;  // outputFormat
+    int seek = -1;              // pending seek in seconds when the run starts
+    size_t sessions = 1;        // device opens the run needs
+    double speed = 0;           // card speed; 50 makes read/write access underrun
+    int32_t dsdMode = kDsdDop;
+    std::string native = "";  // DSD_U32_BE or DSD_U32_LE: the card takes native DSD words
+    int pcmRate = 88200;
 };
 
 std::vector<Case> cases() {
     const Mode modes[] = {{false, false}, {false, true}, {true, false}, {true, true}};
     std::vector<Case> out;
-    for (const Fixture& f : fixtures()) {
-        for (bool di : {false, true})
-            if (f.kind == "lossy") out.push_back({{f.file}, {di, false}});
-        if (f.kind != "lossless" && f.kind != "float") continue;
-        for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
-            for (Mode m : modes)
-                if (card != kFormatS16 || (f.bits && f.bits <= 16))
-                    out.push_back({{f.file}, m, card});
-    }
+    for (const Fixture& f : fixtures())
+        for (Mode m : modes) {
+            const std::vector<std::string> one{f.file};
+            if (f.kind == "dsd") {
+                for (const char* native : {"DSD_U32_BE", "DSD_U32_LE"})
+                    out.push_back(
+                        {.files = one, .mode = m, .dsdMode = kDsdNative, .native = native});
+                out.push_back({.files = one, .mode = m});
+                out.push_back({.files = one, .mode = m, .card = kFormatS24_3});
+                // A 24-bit card has no native words: DoP instead.
+                out.push_back(
+                    {.files = one, .mode = m, .card = kFormatS24_3, .dsdMode = kDsdNative});
+            }
+            if (f.kind == "lossy" && !m.rw) out.push_back({one, m});
+            if (f.kind == "lossless" || f.kind == "float")
+                for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
+                    if (card != kFormatS16 || (f.bits && f.bits <= 16))
+                        out.push_back({one, m, card});
+        }
     const std::string wav = "wav-s16-44k1-stereo.wav", flac = "flac-s16-44k1-stereo.flac";
-    for (Mode m : modes)
+    for (Mode m : modes) {
         for (int seek : {2, 3, 99}) out.push_back({{flac}, m, kFormatS32, seek});
+        for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
+            out.push_back({.files = {"dsf-dsd64-2ch.dsf"},
+                           .mode = m,
+                           .card = card,
+                           .dsdMode = kDsdPcm,
+                           .pcmRate = card == kFormatS32 ? 176400 : 88200});
+    }
     // Direct Input keeps one session across files of one configuration.
     for (bool rw : {false, true})
         out.push_back({{wav, flac, "alac-s16-44k1-stereo.m4a"}, {true, rw}});
@@ -44,14 +65,28 @@ std::vector<Case> cases() {
     return out;
 }
 
-std::string caseName(const testing::TestParamInfo<Case>& info) {
-    const Case& c = info.param;
-    std::string name;
-    for (const std::string& f : c.files) name += f + "_";
-    name +=
-        std::string(c.mode.di ? "DI" : "FM") + (c.mode.rw ? "_RW_" : "_MMAP_") + formatName(c.card);
-    if (c.seek >= 0) name += "_seek" + std::to_string(c.seek);
-    return testName(name + (c.speed ? "_underrun" : ""));
+void PrintTo(const Case& c, std::ostream* os) {
+    for (const std::string& f : c.files) *os << f << " ";
+    *os << (c.mode.di ? "DI " : "FM ") << (c.mode.rw ? "RW " : "MMAP ") << formatName(c.card)
+        << " seek " << c.seek << " speed " << c.speed << " DSD mode " << c.dsdMode << " "
+        << c.native << " " << c.pcmRate;
+}
+
+// Raw DSD (interleaved by channel, earliest byte first) in the card's words:
+// native 32-bit words, or DoP words with markers alternating from marker.
+std::vector<uint8_t> dsdWords(const Fixture& f, const Case& c, uint8_t marker) {
+    const std::vector<uint8_t> dsd = readFileBytes(f.refPath());
+    const size_t ch = size_t(f.channels), take = c.native.empty() ? 2 : 4;
+    const bool be = c.native == "DSD_U32_BE";
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i + take * ch <= dsd.size(); i += take * ch, marker ^= 0xFF)
+        for (size_t k = 0; k < ch; ++k) {
+            if (c.native.empty() && c.card == kFormatS32) out.push_back(0);
+            for (size_t b = 0; b < take; ++b)
+                out.push_back(dsd[i + (be ? b : take - 1 - b) * ch + k]);
+            if (c.native.empty()) out.push_back(marker);
+        }
+    return out;
 }
 
 // Reports where two byte strings first differ instead of dumping them.
@@ -68,44 +103,66 @@ class Playback : public testing::TestWithParam<Case> {};
 TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     const Case& c = GetParam();
     resetPlayerState();
-    if (c.speed) settings.bufferFrames = 2048;
-    Card card({formatName(c.card)}, c.speed);
+    settings.bufferFrames = c.speed ? 2048 : 4096;
+    settings.dsdMode = c.dsdMode;
+    settings.dsdPcmRate = c.pcmRate;
+    if (!c.native.empty()) (c.native == "DSD_U32_BE" ? dsdNativeBE : dsdNativeLE).store(1);
+    Card card({c.native.empty() ? formatName(c.card) : c.native}, c.speed);
     std::vector<std::string> paths;
-    std::vector<uint8_t> want;
-    Fixture f;
-    for (const std::string& name : c.files) {
-        f = fixture(name);
-        paths.push_back(f.path());
-        std::vector<uint8_t> part = expectedCardBytes(f, c.card);
-        want.insert(want.end(), part.begin(), part.end());
-    }
-    const int seconds = int(f.frames / uint64_t(f.rate));
+    for (const std::string& name : c.files) paths.push_back(fixture(name).path());
     if (c.seek >= 0) seekSeconds.store(c.seek);
-    if (c.seek >= 0 && c.seek < seconds)  // at or past the end it is dropped
-        want.erase(want.begin(), want.begin() + c.seek * f.rate * frameBytes(c.card, f.channels));
     RunText text = play(paths, c.mode, c.card);
 
     const std::vector<uint8_t> cap = card.capture();
-    if (f.kind == "lossy")  // decoded by another decoder than the reference's
-        EXPECT_EQ(cap.size(), want.size());
-    else
+    std::vector<uint8_t> want;
+    Fixture f;
+    bool exact = true;
+    for (const std::string& name : c.files) {
+        f = fixture(name);
+        // DoP may start on either marker; anything else fails as a wrong first byte.
+        const size_t at = frameBytes(c.card, 1) - 1;
+        std::vector<uint8_t> part =
+            f.kind != "dsd" ? expectedCardBytes(f, c.card)
+            : c.dsdMode == kDsdPcm
+                ? std::vector<uint8_t>(f.frames * 8 * c.pcmRate / f.rate *
+                                       frameBytes(c.card, f.channels))
+                : dsdWords(f, c,
+                           cap.size() > at && cap[at] == kDopMarkerB ? kDopMarkerB : kDopMarkerA);
+        // Lossy files come from another decoder than the reference's.
+        exact = exact && f.kind != "lossy" && c.dsdMode != kDsdPcm;
+        want.insert(want.end(), part.begin(), part.end());
+    }
+    const int seconds = int(f.frames * (f.kind == "dsd" ? 8 : 1) / uint64_t(f.rate));
+    if (c.seek >= 0 && c.seek < seconds)  // at or past the end it is dropped
+        want.erase(want.begin(), want.begin() + c.seek * f.rate * frameBytes(c.card, f.channels));
+    if (exact)
         EXPECT_TRUE(sameBytes(cap, want));
+    else
+        EXPECT_EQ(cap.size(), want.size());
+
     for (const char* kind : {"open", "hw_params", "drain"}) EXPECT_EQ(card.count(kind), c.sessions);
+    EXPECT_EQ(card.count("xrun") > 0, c.speed > 0);
+    const Fixture first = fixture(c.files[0]);
+    const int rate = first.kind != "dsd"    ? first.rate
+                     : c.dsdMode == kDsdPcm ? c.pcmRate
+                                            : first.rate / (c.native.empty() ? 16 : 32);
     std::vector<VdacEvent> hw = eventsOfKind(card.events(), "hw_params");
     ASSERT_FALSE(hw.empty());
-    EXPECT_EQ(hw[0].fields["rate"], std::to_string(fixture(c.files[0]).rate));
+    EXPECT_EQ(hw[0].fields["rate"], std::to_string(rate));
+    EXPECT_EQ(hw[0].fields["format"], c.native.empty() ? formatName(c.card) : c.native);
     EXPECT_EQ(hw[0].fields["access"], c.mode.rw ? "RW_INTERLEAVED" : "MMAP_INTERLEAVED");
     EXPECT_EQ(queueIndex.load(), int32_t(c.files.size() - 1));
     EXPECT_EQ(seekSeconds.load(), -1);
     EXPECT_EQ(playerRunning.load(), 0);
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
     EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
-    EXPECT_EQ(card.count("xrun") > 0, c.speed > 0);
-    // Published for the now-playing line: the last file's.
-    int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
-    EXPECT_EQ(streamBits.load(), f.bits ? f.bits : bits);
+    // Published for the now-playing line (the last file's); native DSD shows its bit rate.
+    const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
+    EXPECT_EQ(streamBits.load(), !c.native.empty() ? 1 : f.bits ? f.bits : bits);
     EXPECT_EQ(streamSeconds.load(), seconds);
     EXPECT_EQ(lengthText, "00:0" + std::to_string(seconds));
+    const int shown = c.native.empty() ? rate : first.rate;
+    EXPECT_NE(text.out.find("Samplerate: " + std::to_string(shown) + " "), std::string::npos);
 
     // One ALSA report per run, of what the device accepted; only Full Memory
     // on S32_LE leaves out the empty line after it.
@@ -124,11 +181,12 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     EXPECT_EQ(text.out.substr(end, extra ? 3 : 2), extra ? "\n\n(" : "\n(");
 }
 
-INSTANTIATE_TEST_SUITE_P(Fixtures, Playback, testing::ValuesIn(cases()), caseName);
+INSTANTIATE_TEST_SUITE_P(Fixtures, Playback, testing::ValuesIn(cases()));
 
 TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     TempDir dir;
-    const std::string junk = dir.file("junk.flac"), wav = "wav-s16-44k1-stereo.wav";
+    const std::string junk = dir.file("junk.flac");
+    const Fixture wav = fixture("wav-s16-44k1-stereo.wav");
     writeFileBytes(junk, std::vector<uint8_t>(4000, 0x5A));
     for (bool di : {false, true})
         for (int32_t format : {kFormatS32, kFormatS24_3, kFormatS16}) {
@@ -136,7 +194,7 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
             resetPlayerState();
             Card card({formatName(format)});
             stopRequest.store(1);  // a stale request must be cleared too
-            RunText text = play({junk, fixture(wav).path()}, {di, false}, format);
+            RunText text = play({junk, wav.path()}, {di, false}, format);
             const std::string error = "\nGetInfo error\n";
             EXPECT_EQ(text.out, di ? error : "");
             EXPECT_EQ(text.err, di ? "\n> " : error + (format == kFormatS32 ? "> " : "\n> "));
@@ -148,9 +206,9 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     // A later file that fails still lets the earlier one play out.
     resetPlayerState();
     Card card({"S32_LE"});
-    RunText text = play({fixture(wav).path(), junk}, {true, true}, kFormatS32);
+    RunText text = play({wav.path(), junk}, {true, true}, kFormatS32);
     EXPECT_TRUE(text.err.ends_with("\n> "));
-    EXPECT_EQ(card.capture(), expectedCardBytes(fixture(wav), kFormatS32));
+    EXPECT_EQ(card.capture(), expectedCardBytes(wav, kFormatS32));
     EXPECT_EQ(card.count("close"), 1u);
 }
 

@@ -1,10 +1,8 @@
 #include "tests/engine/player_harness.h"
 
 #include <alsa/asoundlib.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -46,33 +44,11 @@ void resetPlayerState() {
 
 namespace {
 
+// Bounded: a routine that never plays fails the test's checks instead.
 bool waitRunning() {
     for (int i = 0; i < 5000 && !playerRunning.load(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     return playerRunning.load();
-}
-
-RunText captureOutput(const std::function<void()>& body) {
-    TempDir dir;
-    std::fflush(stdout);
-    std::fflush(stderr);
-    int saved[3] = {-1, dup(1), dup(2)};
-    for (int fd : {1, 2}) {
-        int f = open(dir.file(std::to_string(fd)).c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-        dup2(f, fd);
-        close(f);
-    }
-    body();
-    std::fflush(stdout);
-    std::fflush(stderr);
-    RunText text;
-    for (int fd : {1, 2}) {
-        dup2(saved[fd], fd);
-        close(saved[fd]);
-        std::vector<uint8_t> b = readFileBytes(dir.file(std::to_string(fd)));
-        (fd == 1 ? text.out : text.err).assign(b.begin(), b.end());
-    }
-    return text;
 }
 
 }  // namespace
@@ -92,20 +68,18 @@ RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaForma
     queueCount.store(int32_t(paths.size()));
     queueIndex.store(0);
     copyPathSlot(currentPath, paths[0].c_str());
-    return captureOutput([&] {
-        if (!drive) {
-            routine(nullptr);
-            return;
-        }
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    if (drive) {
         pthread_t thread;
         pthread_create(&thread, nullptr, routine, nullptr);
         playerThread.store(thread);
-        if (waitRunning())
-            drive();
-        else
-            ADD_FAILURE() << "the routine never started playing";
+        if (waitRunning()) drive();
         pthread_join(thread, nullptr);
-    });
+    } else {
+        routine(nullptr);
+    }
+    return {testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
 
 const char* formatName(int32_t alsaFormat) {
