@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <stdexcept>
 
 extern char** environ;
 
@@ -58,34 +60,28 @@ bool ProgramRun::start(const std::string& binary, const std::vector<std::string>
     ::signal(SIGPIPE, SIG_IGN);  // a child gone from its stdin must not kill the test
     int pipes[3][2];
     for (auto& p : pipes)
-        if (pipe2(p, O_CLOEXEC)) {
-            err_ = std::string("pipe: ") + strerror(errno);
-            return false;
-        }
-    // Everything the child needs is prepared before fork: no allocation after it.
-    std::vector<std::string> argStrings{binary};
+        if (pipe2(p, O_CLOEXEC)) throw std::runtime_error("pipe failed");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (int fd = 0; fd < 3; ++fd)
+        posix_spawn_file_actions_adddup2(&actions, pipes[fd][fd > 0], fd);
+    posix_spawn_file_actions_addchdir_np(&actions, workdir.c_str());
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);  // its own group, killed whole
+    std::vector<std::string> argStrings{binary}, envStrings = childEnvironment(workdir, extraEnv);
     argStrings.insert(argStrings.end(), args.begin(), args.end());
-    std::vector<std::string> envStrings = childEnvironment(workdir, extraEnv);
-    auto argv = pointers(argStrings);
-    auto envp = pointers(envStrings);
-    pid_ = fork();
-    if (pid_ == 0) {
-        setpgid(0, 0);
-        for (int fd = 0; fd < 3; ++fd) dup2(pipes[fd][fd == 0 ? 0 : 1], fd);
-        if (chdir(workdir.c_str()) == 0) execve(binary.c_str(), argv.data(), envp.data());
-        const char msg[] = "ProgramRun: cannot exec\n";
-        (void)!write(2, msg, sizeof msg - 1);
-        _exit(127);
-    }
+    auto argv = pointers(argStrings), envp = pointers(envStrings);
+    int rc = posix_spawn(&pid_, binary.c_str(), &actions, &attr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
     close(pipes[0][0]), close(pipes[1][1]), close(pipes[2][1]);
-    in_ = pipes[0][1], outFd_ = pipes[1][0], errFd_ = pipes[2][0];
-    if (pid_ < 0) {
-        err_ = std::string("fork: ") + strerror(errno);
-        closeFd(in_), closeFd(outFd_), closeFd(errFd_);
-        return false;
-    }
-    setpgid(pid_, pid_);  // from here too, so the group exists before the child runs
-    return true;
+    in_ = pipes[0][1], fd_[0] = pipes[1][0], fd_[1] = pipes[2][0];
+    if (rc == 0) return true;
+    pid_ = -1;
+    text_[1] = std::string("cannot start ") + binary + ": " + strerror(rc);
+    closeFd(in_), closeFd(fd_[0]), closeFd(fd_[1]);
+    return false;
 }
 
 ProgramRun::~ProgramRun() {
@@ -93,7 +89,7 @@ ProgramRun::~ProgramRun() {
         kill(-pid_, SIGKILL);
         if (!reaped_) waitpid(pid_, nullptr, 0);
     }
-    closeFd(in_), closeFd(outFd_), closeFd(errFd_);
+    closeFd(in_), closeFd(fd_[0]), closeFd(fd_[1]);
 }
 
 bool ProgramRun::send(const std::string& text) {
@@ -111,40 +107,37 @@ void ProgramRun::closeInput() {
     closeFd(in_);
 }
 
-bool ProgramRun::pump(int timeoutMs) {
-    pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
-    if (outFd_ < 0 && errFd_ < 0) return false;
-    if (poll(fds, 2, timeoutMs) <= 0) return true;
-    int* fdOf[2] = {&outFd_, &errFd_};
-    std::string* textOf[2] = {&out_, &err_};
-    for (int i = 0; i < 2; ++i) {
-        if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+int ProgramRun::pump(int timeoutMs) {
+    if (fd_[0] < 0 && fd_[1] < 0) return -1;
+    pollfd fds[2] = {{fd_[0], POLLIN, 0}, {fd_[1], POLLIN, 0}};  // closed ones are skipped
+    int ready = poll(fds, 2, timeoutMs);
+    for (int i = 0; i < 2 && ready > 0; ++i) {
+        if (!fds[i].revents) continue;
         char buf[4096];
-        ssize_t n = read(fds[i].fd, buf, sizeof buf);
+        ssize_t n = read(fd_[i], buf, sizeof buf);
         if (n > 0)
-            textOf[i]->append(buf, size_t(n));
+            text_[i].append(buf, size_t(n));
         else if (n == 0 || errno != EINTR)
-            closeFd(*fdOf[i]);
+            closeFd(fd_[i]);
     }
-    return true;
+    return ready;
 }
 
 bool ProgramRun::waitFor(Stream stream, const std::string& text, double timeoutSec, size_t from) {
-    const std::string& s = stream == Stream::Out ? out_ : err_;
+    const std::string& s = text_[stream == Stream::Err];
     auto found = [&] { return s.size() > from && s.find(text, from) != std::string::npos; };
     int64_t deadline = nowMs() + int64_t(timeoutSec * 1000);
     while (!found()) {
         int64_t left = deadline - nowMs();
         // Both pipes closed: nothing more will arrive.
-        if (left <= 0 || !pump(int(std::min<int64_t>(left, 50)))) return found();
+        if (left <= 0 || pump(int(std::min<int64_t>(left, 50))) < 0) return found();
     }
     return true;
 }
 
 bool ProgramRun::reap(bool block) {
-    if (reaped_) return true;
     int status = 0;
-    if (pid_ <= 0 || waitpid(pid_, &status, block ? 0 : WNOHANG) != pid_) return false;
+    if (reaped_ || pid_ <= 0 || waitpid(pid_, &status, block ? 0 : WNOHANG) != pid_) return reaped_;
     reaped_ = true;
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return true;
@@ -156,12 +149,10 @@ int ProgramRun::waitExit(double timeoutSec) {
         int64_t left = deadline - nowMs();
         if (left <= 0 || pid_ <= 0) return -1;
         // Keep reading so a chatty child never blocks on a full pipe.
-        if (!pump(int(std::min<int64_t>(left, 20)))) usleep(2000);
+        if (pump(int(std::min<int64_t>(left, 20))) < 0) usleep(2000);
     }
     // The last output; a leftover grandchild may hold the pipes, so bounded.
-    for (int64_t end = nowMs() + 500; nowMs() < end && pump(20);) {
-        pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
-        if (poll(fds, 2, 0) == 0) break;
+    for (int64_t end = nowMs() + 500; nowMs() < end && pump(20) > 0;) {
     }
     return status_;
 }

@@ -8,7 +8,6 @@
 #include <sys/types.h>
 
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -38,18 +37,18 @@ class ProgramRun {
     // Exit status (128 + signal number if killed by one), or -1 on timeout.
     int waitExit(double timeoutSec);
 
-    const std::string& out() const { return out_; }
-    const std::string& err() const { return err_; }
+    const std::string& out() const { return text_[0]; }
+    const std::string& err() const { return text_[1]; }
 
   private:
-    bool pump(int timeoutMs);  // reads whatever is ready; false when both pipes are closed
+    int pump(int timeoutMs);  // poll's count of ready pipes; -1 once both are closed
     bool reap(bool block);
 
     pid_t pid_ = -1;
     bool reaped_ = false;
     int status_ = -1;
-    int in_ = -1, outFd_ = -1, errFd_ = -1;
-    std::string out_, err_;
+    int in_ = -1, fd_[2] = {-1, -1};  // stdin, then stdout and stderr
+    std::string text_[2];
 };
 
 // A temporary working directory with a vdac configuration at <dir>/alsa.conf,
