@@ -89,15 +89,6 @@ std::vector<uint8_t> dsdWords(const Fixture& f, const Case& c, uint8_t marker) {
     return out;
 }
 
-// Reports where two byte strings first differ instead of dumping them.
-testing::AssertionResult sameBytes(const std::vector<uint8_t>& got,
-                                   const std::vector<uint8_t>& want) {
-    auto diff = std::mismatch(got.begin(), got.end(), want.begin(), want.end());
-    if (got.size() == want.size() && diff.first == got.end()) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "captured " << got.size() << " bytes of " << want.size()
-                                       << ", first difference at " << diff.first - got.begin();
-}
-
 class Playback : public testing::TestWithParam<Case> {};
 
 TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
@@ -136,7 +127,7 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     if (c.seek >= 0 && c.seek < seconds)  // at or past the end it is dropped
         want.erase(want.begin(), want.begin() + c.seek * f.rate * frameBytes(c.card, f.channels));
     if (exact)
-        EXPECT_TRUE(sameBytes(cap, want));
+        EXPECT_TRUE(cap == want) << cap.size() << " bytes captured of " << want.size();
     else
         EXPECT_EQ(cap.size(), want.size());
 
