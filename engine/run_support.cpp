@@ -59,6 +59,11 @@ void printUnderrun() {
 }
 
 void* endRun(RunEnd how, GetInfoReport report) {
+    // Idle before the prompt shows: a command typed at it must not be taken
+    // for a playing command. The command loop waits on playerRunning, so
+    // stopRequest goes last.
+    playerRunning.store(0);
+    playerThread.store(0);
     switch (how) {
         case RunEnd::Natural:
             std::fputs("\n> ", stderr);
@@ -74,9 +79,6 @@ void* endRun(RunEnd how, GetInfoReport report) {
             break;
     }
     std::fflush(stderr);
-    // The command loop waits on playerRunning; stopRequest goes last.
-    playerRunning.store(0);
-    playerThread.store(0);
     stopRequest.store(0);
     return nullptr;
 }
