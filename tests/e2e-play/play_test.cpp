@@ -1,11 +1,8 @@
-// CUE sheets through the whole program: selecting a sheet prints its header
-// and track list, N.T starts a file at the track, .T jumps within the running
-// file, and empty or vanished sheets behave.
+// The whole program on the virtual card: an album played from a chosen file
+// to its end, and CUE sheets: the printed track list, N.T and .T.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "tests/support/harness.h"
 
@@ -55,31 +52,30 @@ std::string sheetPrint(bool colors) {
            track("02", "00:01:50", "Guest - Два") + track("03", "00:02:00", "Три") + reset + "\n";
 }
 
-std::vector<uint8_t> reference() {
-    return readFileBytes(std::string(TOVRIN_FIXTURES_DIR) + "/flac-s16-44k1-stereo.flac.s32");
+// Left-justified 32-bit reference words are exactly what an S32_LE card takes.
+std::vector<uint8_t> reference(const std::string& file = "flac-s16-44k1-stereo.flac") {
+    return readFileBytes(std::string(TOVRIN_FIXTURES_DIR) + "/" + file + ".s32");
 }
 
 std::vector<uint8_t> tail(const std::vector<uint8_t>& bytes, size_t from) {
     return {bytes.begin() + std::min(from, bytes.size()), bytes.end()};
 }
 
-// Entries: 0 "..", 1 album.flac, 2 album.cue, 3 empty.cue, 4 gone.cue.
-class CueConsole : public testing::Test {
+// A folder "album" that path.txt names, the program started on it.
+class Console : public testing::Test {
   protected:
-    explicit CueConsole(VdacConfig config = {}) : fx_(std::move(config)) {
+    explicit Console(VdacConfig config = {}) : fx_(std::move(config)) {
         album_ = fx_.workdir + "/album";
         fs::create_directories(album_);
-        fs::copy_file(std::string(TOVRIN_FIXTURES_DIR) + "/flac-s16-44k1-stereo.flac",
-                      album_ + "/album.flac");
-        writeFileBytes(album_ + "/album.cue", utf16le(kSheet));
-        writeFileBytes(album_ + "/empty.cue", {});
-        writeFileBytes(album_ + "/gone.cue", {'X'});
         writeFileBytes(fx_.workdir + "/path.txt",
                        std::vector<uint8_t>(album_.begin(), album_.end()));
     }
-    void SetUp() override {
+    void copyFixture(const std::string& source, const std::string& name) {
+        fs::copy_file(std::string(TOVRIN_FIXTURES_DIR) + "/" + source, album_ + "/" + name);
+    }
+    void start(const std::string& lastEntry) {
         ASSERT_TRUE(fx_.start(run_, {})) << run_.err();
-        ASSERT_TRUE(run_.waitFor(Stream::Out, "gone.cue", kWait)) << run_.out();
+        ASSERT_TRUE(run_.waitFor(Stream::Out, lastEntry, kWait)) << run_.out();
         ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait)) << run_.err();
     }
     void TearDown() override {
@@ -103,6 +99,36 @@ class CueConsole : public testing::Test {
     PlayerFixture fx_;
     ProgramRun run_;
     std::string album_;
+};
+
+TEST_F(Console, SelectedFileAndTheRestOfTheFolderPlayBitExact) {
+    copyFixture("flac-s16-44k1-stereo.flac", "01 first.flac");
+    copyFixture("wav-s16-44k1-stereo.wav", "02 second.wav");
+    copyFixture("alac-s16-44k1-stereo.m4a", "03 third.m4a");
+    start("03 third.m4a");
+    std::vector<uint8_t> want = reference("wav-s16-44k1-stereo.wav");
+    const std::vector<uint8_t> third = reference("alac-s16-44k1-stereo.m4a");
+    want.insert(want.end(), third.begin(), third.end());
+
+    EXPECT_EQ(play("2\n"), want);  // entry 0 is ".."
+    EXPECT_NE(run_.out().find("(2/3)"), std::string::npos);
+    EXPECT_EQ(run_.out().find("(1/3)"), std::string::npos);
+    // Full Memory: a session per file, each played out.
+    EXPECT_EQ(eventsOfKind(fx_.events(), "drain").size(), 2u);
+    EXPECT_TRUE(eventsOfKind(fx_.events(), "drop").empty());
+}
+
+// Entries: 0 "..", 1 album.flac, 2 album.cue, 3 empty.cue, 4 gone.cue.
+class CueConsole : public Console {
+  protected:
+    explicit CueConsole(VdacConfig config = {}) : Console(std::move(config)) {}
+    void SetUp() override {
+        copyFixture("flac-s16-44k1-stereo.flac", "album.flac");
+        writeFileBytes(album_ + "/album.cue", utf16le(kSheet));
+        writeFileBytes(album_ + "/empty.cue", {});
+        writeFileBytes(album_ + "/gone.cue", {'X'});
+        start("gone.cue");
+    }
 };
 
 TEST_F(CueConsole, SheetPrintsAndStartsFilesAtItsTracks) {
