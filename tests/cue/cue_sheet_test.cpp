@@ -7,7 +7,7 @@
 
 #include "library/cue.h"
 #include "settings/settings.h"
-#include "tests/settings/test_files.h"
+#include "tests/support/vdac.h"
 
 namespace {
 
@@ -15,10 +15,10 @@ using Lines = std::vector<std::string>;
 using namespace std::string_literals;  // "\0"s keeps embedded zero bytes
 
 Lines readSheet(const std::string& bytes) {
-    testfiles::TempDir dir;
-    testfiles::writeFile(dir / "sheet.cue", bytes);
+    TempDir dir;
+    writeFileBytes(dir.file("sheet.cue"), {bytes.begin(), bytes.end()});
     Lines lines;
-    readCueLines(dir / "sheet.cue", lines);
+    readCueLines(dir.file("sheet.cue"), lines);
     return lines;
 }
 
@@ -76,12 +76,12 @@ class CueSheet : public testing::Test {
     void SetUp() override { setColors(false); }
     void TearDown() override { setColors(false); }
     std::string load(const std::string& sheetBytes) {
-        testfiles::writeFile(dir_ / "album.cue", sheetBytes);
-        testfiles::Capture out(stdout);
-        loadCueSheet(dir_ / "album.cue");
-        return out.text();
+        writeFileBytes(dir_.file("album.cue"), {sheetBytes.begin(), sheetBytes.end()});
+        testing::internal::CaptureStdout();
+        loadCueSheet(dir_.file("album.cue"));
+        return testing::internal::GetCapturedStdout();
     }
-    testfiles::TempDir dir_;
+    TempDir dir_;
 };
 
 TEST_F(CueSheet, NamingCorners) {
@@ -110,11 +110,9 @@ TEST_F(CueSheet, NamingCorners) {
 TEST_F(CueSheet, MissingSheetEmptiesTheTableAndThousandTracksWiden) {
     load("INDEX 01 00:00:00\nINDEX 01 04:12:37\n");
     ASSERT_EQ(trackStartsMs, (std::vector<int32_t>{0, 252493}));
-    {
-        testfiles::Capture out(stdout);
-        loadCueSheet(dir_ / "gone.cue");
-        EXPECT_EQ(out.text(), "");
-    }
+    testing::internal::CaptureStdout();
+    loadCueSheet(dir_.file("gone.cue"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_TRUE(cueLines.empty() && trackNames.empty() && trackStartTexts.empty() &&
                 trackStartsMs.empty());
 

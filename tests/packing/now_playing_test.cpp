@@ -7,7 +7,6 @@
 
 #include "app/control.h"
 #include "settings/settings.h"
-#include "tests/settings/test_files.h"
 
 namespace {
 
@@ -42,10 +41,11 @@ TEST(TrackReport, PlainAndColoured) {
         std::strcpy(lengthText, "04:05");
         queueIndex.store(c.index);
         queueCount.store(c.count);
-        testfiles::Capture out(stdout), err(stderr);
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
         printTrackInfo();
-        EXPECT_EQ(out.text(), c.out);
-        EXPECT_EQ(err.text(), "> ");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "> ");
     }
     setColors(false);
 }

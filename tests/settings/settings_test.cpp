@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
+#include <fstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,40 +14,61 @@
 #include "device/device.h"
 #include "settings/settings.h"
 #include "settings/tuning.h"
-#include "tests/settings/test_files.h"
+#include "tests/support/vdac.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
-static_assert(sizeof(Settings) == 136, "the record is the file image");
+Lines readLines(const std::string& path) {
+    std::ifstream in(path);
+    Lines lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
 
 std::vector<int32_t> values(const Settings& s) {  // readable failure output
-    std::vector<int32_t> v(34);
+    std::vector<int32_t> v(sizeof s / 4);
     memcpy(v.data(), &s, sizeof s);
     return v;
 }
 
-std::string image(const Settings& s) {
-    return std::string(reinterpret_cast<const char*>(&s), sizeof s);
-}
+long fakeCpus = 8;
 
-class SettingsFile : public testing::Test {
+class Sandboxed : public testing::Test {
   protected:
+    void SetUp() override {
+        fs::current_path(dir_.path());  // config.dat is read from here
+        applySandbox(dir_.path().c_str());
+        tuningSeams.configuredCpus = [] { return fakeCpus; };
+    }
     void TearDown() override {
+        fs::current_path(cwd_);
+        tuningSeams = TuningSeams{};
+        deviceSeams = DeviceSeams{};
         settings = Settings{};
         setColors(false);
     }
-    void load(const std::string& bytes) {
+    void load(const Settings& stored) {
+        auto bytes = reinterpret_cast<const uint8_t*>(&stored);
+        writeFileBytes(dir_.file("config.dat"), {bytes, bytes + sizeof stored});
         settings = Settings{};
-        testfiles::writeFile(dir_ / "config.dat", bytes);
         loadSettings();
     }
-    testfiles::TempDir dir_;
-    testfiles::ScopedChdir cd_{dir_.path()};
+    Lines sweep(long cpus, int select) {
+        fs::remove(dir_.file("affinity.log"));
+        fakeCpus = cpus;
+        settings.coresSelect = select;
+        applyCoreAffinity();
+        return readLines(dir_.file("affinity.log"));
+    }
+    const fs::path cwd_ = fs::current_path();
+    TempDir dir_;
+    const std::string me_ = std::to_string(gettid());
 };
 
-TEST_F(SettingsFile, LoadCorrectionsAndColours) {
+TEST_F(Sandboxed, LoadCorrectionsAndColours) {
     struct Case {
         Settings stored, loaded;
     } cases[] = {
@@ -65,12 +86,12 @@ TEST_F(SettingsFile, LoadCorrectionsAndColours) {
          {.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7}},
     };
     for (const Case& c : cases) {
-        load(image(c.stored));
+        load(c.stored);
         EXPECT_EQ(values(c.loaded), values(settings));
     }
-    load(image(Settings{}));
+    load(Settings{});
     EXPECT_STREQ("\033[1;32m", colorBrightGreen);
-    load(image(Settings{.colorsOn = 0}));
+    load(Settings{.colorsOn = 0});
     EXPECT_STREQ("", colorReset);
 }
 
@@ -107,41 +128,14 @@ TEST(CoreSets, TablesForOneTwoAndEightProcessors) {
     EXPECT_EQ(CPU_COUNT(&shared), CPU_SETSIZE);
 }
 
-long fakeCpus = 8;
-
-class Sandboxed : public testing::Test {
-  protected:
-    void SetUp() override {
-        applySandbox(dir_.path().c_str());
-        tuningSeams.configuredCpus = [] { return fakeCpus; };
-    }
-    void TearDown() override {
-        tuningSeams = TuningSeams{};
-        deviceSeams = DeviceSeams{};
-        settings = Settings{};
-    }
-    Lines sweep(long cpus, int select) {
-        std::filesystem::remove(dir_ / "affinity.log");
-        fakeCpus = cpus;
-        settings.coresSelect = select;
-        applyCoreAffinity();
-        std::istringstream log(testfiles::readFile(dir_ / "affinity.log"));
-        Lines calls;
-        for (std::string line; std::getline(log, line);) calls.push_back(line);
-        return calls;
-    }
-    testfiles::TempDir dir_;
-    const std::string me_ = std::to_string(gettid());
-};
-
 TEST_F(Sandboxed, SweepMovesEveryOtherThreadOffTheReservedCores) {
     // Two processes, one holding this very thread (skipped), a process without
     // tasks, and entries that are no processes or no threads.
     for (const std::string& d : Lines{"100/task/100", "100/task/101", "200/task/200",
                                       "200/task/" + me_, "300", "self/task/9", "12x/task/12"})
-        std::filesystem::create_directories(dir_ / ("proc/" + d));
-    testfiles::writeFile(dir_ / "proc/400", "");
-    testfiles::writeFile(dir_ / "proc/100/task/555", "");
+        fs::create_directories(dir_.file("proc/" + d));
+    writeFileBytes(dir_.file("proc/400"), {});
+    writeFileBytes(dir_.file("proc/100/task/555"), {});
     Lines calls = sweep(8, 2);
     ASSERT_EQ(calls.size(), 4u);
     std::sort(calls.begin(), calls.end() - 1);  // the isolated thread is bound last
@@ -149,18 +143,17 @@ TEST_F(Sandboxed, SweepMovesEveryOtherThreadOffTheReservedCores) {
               (Lines{"100 0,1,2,3,4,5", "101 0,1,2,3,4,5", "200 0,1,2,3,4,5", me_ + " 6,7"}));
     EXPECT_EQ(sweep(8, 0), Lines{me_ + " 0,1,2,3,4,5,6,7"});  // releases the caller only
     EXPECT_EQ(sweep(1, 1), Lines{});
-    std::filesystem::remove_all(dir_ / "proc");
+    fs::remove_all(dir_.file("proc"));
     EXPECT_EQ(sweep(8, 1), Lines{me_ + " 7"});
 }
 
 TEST_F(Sandboxed, RealTimeIsRecordedNotTakenAndAnEmptyFolderIsNoSandbox) {
     settings.rtPriority = 80;
     applyProcessTuning();
-    const std::string log = testfiles::readFile(dir_ / "tuning.log");
-    EXPECT_NE(log.find("mlockall 3 skipped\n"), std::string::npos) << log;
-    EXPECT_NE(log.find("scheduler 1 80 skipped\n"), std::string::npos) << log;
+    EXPECT_EQ(readLines(dir_.file("tuning.log")),
+              (Lines{"rlimit_nice 20", "nice 0", "mlockall 3 skipped", "scheduler 1 80 skipped"}));
     EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
-    EXPECT_EQ(deviceSeams.asoundConfPath, dir_ / "asound.conf");
+    EXPECT_EQ(deviceSeams.asoundConfPath, dir_.file("asound.conf"));
 
     TearDown();
     applySandbox(nullptr);
