@@ -1,13 +1,14 @@
 // Which files a folder lists and in which order, page positions, and the
 // listed page's lines by entry kind.
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "library/folder.h"
 #include "settings/settings.h"
-#include "tests/settings/test_files.h"
+#include "tests/support/vdac.h"
 
 namespace {
 
@@ -29,49 +30,39 @@ TEST(PlayableFile, SuffixesInExactlyTwoCases) {
         EXPECT_FALSE(isPlayableFile(name) || isCueFile(name)) << name;
 }
 
-// Scans into a list holding a stale entry; returns the list, and what was printed.
-FolderList scan(const std::string& path, std::string* out = nullptr, std::string* err = nullptr) {
+// Scans into a list holding a stale entry; returns the entries and stdout, stderr.
+std::array<std::string, 3> scan(const std::string& path) {
     FolderList list{"stale"};
-    testfiles::Capture o(stdout), e(stderr);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     scanFolder(path.c_str(), list);
-    std::string printed = o.text(), complaint = e.text();
-    if (out) *out = printed;
-    if (err) *err = complaint;
-    return list;
+    std::string listed;
+    for (const std::string& name : list) listed += name + "|";
+    return {listed, testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
 
-TEST(FolderScan, GroupsFiltersAndByteOrder) {
-    testfiles::TempDir dir;
+TEST(FolderScan, GroupsFiltersByteOrderEmptyRootAndMissingFolders) {
+    TempDir dir;
     for (const char* f : {"b.flac", "A.FLAC", "c.Flac", "notes.txt", "disc.cue", "B.CUE",
                           "10 Track.wav", "2 Track.wav", "\xc3\xa9t\xc3\xa9.mp3", "z.mp3"})
-        testfiles::writeFile(dir / f, "");
-    for (const char* d : {"Art", ".hidden", "live.flac", "a folder"}) fs::create_directory(dir / d);
-    fs::create_symlink(dir / "Art", dir / "link to art");
-    fs::create_symlink(dir / "nowhere", dir / "broken.mp3");
-    fs::create_symlink(dir / "nowhere", dir / "broken dir");
-    std::string listed;
-    for (const std::string& name : scan(dir.path())) listed += name + "|";
-    EXPECT_EQ(listed,
+        writeFileBytes(dir.file(f), {});
+    for (const char* d : {"Art", ".hidden", "live.flac", "a folder", "Art/empty"})
+        fs::create_directory(dir.file(d));
+    fs::create_symlink(dir.file("Art"), dir.file("link to art"));
+    fs::create_symlink(dir.file("nowhere"), dir.file("broken.mp3"));
+    fs::create_symlink(dir.file("nowhere"), dir.file("broken dir"));
+    EXPECT_EQ(scan(dir.path())[0],
               "..|.hidden|Art|a folder|link to art|live.flac|10 Track.wav|2 Track.wav|"
               "A.FLAC|b.flac|broken.mp3|z.mp3|\xc3\xa9t\xc3\xa9.mp3|B.CUE|disc.cue|");
     EXPECT_EQ(dir.path(), listedFolder);
     EXPECT_FALSE(atRoot);
-}
-
-TEST(FolderScan, EmptyRootAndMissingFolders) {
-    testfiles::TempDir dir;
-    fs::create_directory(dir / "empty");
-    std::string out, err;
-    EXPECT_EQ(FolderList{".."}, scan(dir / "empty", &out));
-    EXPECT_EQ("\n0    ..\n", out);
-    FolderList list = scan("/");
+    EXPECT_EQ(scan(dir.file("Art/empty")), (std::array<std::string, 3>{"..|", "\n0    ..\n", ""}));
+    const std::string root = scan("/")[0];
+    EXPECT_FALSE(root.empty() || root.rfind("..|", 0) == 0) << root;
     EXPECT_TRUE(atRoot);
-    ASSERT_FALSE(list.empty());
-    EXPECT_NE("..", list[0]);
-    EXPECT_TRUE(scan(dir / "gone", &out, &err).empty());
-    EXPECT_EQ("", out);
-    EXPECT_EQ("Can't read " + dir / "gone" + "\n", err);
-    EXPECT_EQ(dir / "gone", listedFolder);
+    EXPECT_EQ(scan(dir.file("gone")),
+              (std::array<std::string, 3>{"", "", "Can't read " + dir.file("gone") + "\n"}));
+    EXPECT_EQ(dir.file("gone"), listedFolder);
     EXPECT_FALSE(atRoot);
 }
 
@@ -79,16 +70,10 @@ TEST(Paging, PositionRule) {
     struct Case {
         int position, lines, entries, down, up;
     } cases[] = {
-        {0, 100, 150, 100, 0},  // 150 entries: 100, then the last full page
-        {100, 100, 150, 50, 0},
-        {0, 100, 10, 0, 0},  // fewer entries than a page
-        {6, 3, 10, 9, 3},
-        {9, 3, 10, 7, 6},
-        {0, 0, 5, 1, 0},  // page length below 1 counts as 1
-        {2, -7, 5, 3, 1},
-        {0, 5, 0, 0, 0},                       // empty list
-        {2147483600, 100, 10, 0, 2147483500},  // damaged positions do not overflow
-    };
+        // a page length below 1 counts as 1; damaged positions do not overflow
+        {0, 100, 150, 100, 0}, {100, 100, 150, 50, 0}, {0, 100, 10, 0, 0},
+        {6, 3, 10, 9, 3},      {9, 3, 10, 7, 6},       {0, 0, 5, 1, 0},
+        {2, -7, 5, 3, 1},      {0, 5, 0, 0, 0},        {2147483600, 100, 10, 0, 2147483500}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.position << "/" << c.lines << "/" << c.entries);
         EXPECT_EQ(c.down, pageDownPosition(c.position, c.lines, c.entries));
@@ -101,9 +86,9 @@ std::string page(int position, int lines, bool colours, int depth = 4) {
     settings.folderDepth = depth;
     settings.listPositions[depth] = position;
     settings.linesPerPage = lines;
-    testfiles::Capture out(stdout);
+    testing::internal::CaptureStdout();
     printFolderPage();
-    return out.text();
+    return testing::internal::GetCapturedStdout();
 }
 
 TEST(Listing, LinesByKindPageBoundsAndRoot) {
