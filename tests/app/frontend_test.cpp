@@ -2,9 +2,9 @@
 // a player thread, driven by a stand-in player that keeps the thread contract.
 // The settings commands are checked by the whole-program console test.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
+#include <filesystem>
 #include <mutex>
 #include <vector>
 
@@ -12,10 +12,11 @@
 #include "device/device.h"
 #include "library/folder.h"
 #include "settings/settings.h"
-#include "tests/settings/test_files.h"
+#include "tests/support/vdac.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 std::mutex seenLock;  // guards played and seeks
 std::vector<std::string> played;
 std::vector<int32_t> seeks;
@@ -62,86 +63,74 @@ bool waitSeekTaken() {
 class Frontend : public testing::Test {
   protected:
     void SetUp() override {
+        fs::current_path(dir_.path());  // a stray settings command saves here
         applySandbox(dir_.path().c_str());
         settings = Settings{.directInput = 1};  // no "Loading" between the lines
         outputFormat.store(kFormatS32);
         for (auto& row : playerVariants)
             for (auto& routine : row) routine = testPlayer;
-        run("st");
+        selectPlayerVariant();
         played.clear();
         seeks.clear();
         startDelayMs.store(0);
         mostLiveThreads.store(0);
         seekSeconds.store(-1);
-        mkdir(music_.c_str(), 0755);
+        fs::create_directory(music_);
         folderList = {"..", "a.flac", "b.txt", "c.FLAC", "e.wav"};
-        for (size_t i = 1; i < folderList.size(); ++i)
-            testfiles::writeFile(music_ + "/" + folderList[i], "");
+        for (size_t i = 1; i < folderList.size(); ++i) writeFileBytes(path(folderList[i]), {});
         currentFolder = music_;
     }
     void TearDown() override {
         if (playerThread.load() != 0) stopPlayer();
+        fs::current_path(cwd_);
     }
-    static std::string run(const std::string& word) {
-        testfiles::Capture out(stdout);
+    void play(const char* word) {
         runCommand(word);
-        return out.text();
-    }
-    void playEntry(const char* number) {
-        run(number);
         ASSERT_TRUE(waitPlaying());
     }
-    std::string path(const char* name) { return music_ + "/" + name; }
-    testfiles::TempDir dir_;
-    testfiles::ScopedChdir cd_{dir_.path()};
-    const std::string music_ = dir_ / "music";
+    std::string path(const std::string& name) { return music_ + "/" + name; }
+    const fs::path cwd_ = fs::current_path();
+    TempDir dir_;
+    const std::string music_ = dir_.file("music");
 };
 
 TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
-    playEntry("3");
+    play("3");
     EXPECT_EQ(queueCount.load(), 3);
-    run("n");
-    ASSERT_TRUE(waitPlaying());
-    run("N");  // at the last slot: only the stop
+    play("n");
+    runCommand("N");  // at the last slot: only the stop
     EXPECT_EQ(playerThread.load(), pthread_t(0));
-    playEntry("1");
-    run("p");  // at the first slot: only the stop
+    play("1");
+    runCommand("p");  // at the first slot: only the stop
     EXPECT_EQ(playerThread.load(), pthread_t(0));
-    playEntry("4");
-    run("P");
-    ASSERT_TRUE(waitPlaying());
+    play("4");
+    play("P");
     std::lock_guard<std::mutex> lock(seenLock);
     EXPECT_EQ(played, (std::vector<std::string>{path("c.FLAC"), path("e.wav"), path("a.flac"),
                                                 path("e.wav"), path("c.FLAC")}));
     EXPECT_EQ(mostLiveThreads.load(), 1);
 }
 
-TEST_F(Frontend, PauseFreezesTheClockAndResumeShiftsIt) {
-    playEntry("1");
+TEST_F(Frontend, PauseFreezesTheClockAndOnlySeekWordsSeekWhilePlaying) {
+    play("1");
     playStartMs.store(nowMs() - 9000);
-    run("b");
+    runCommand("b");
     ASSERT_TRUE(eventually([] { return pausedPasses.load() > 0; }));
-    testfiles::Capture err(stderr);
-    run("t");
+    testing::internal::CaptureStderr();
+    runCommand("t");
     sleepMs(1100);
-    run("T");
-    EXPECT_EQ(err.text(), "time 00:09time 00:09");
-    run("B");
+    runCommand("T");
+    runCommand("B");
     EXPECT_EQ(pauseRequest.load(), 0);
     EXPECT_EQ(positionSeconds(), 9);  // the paused second does not count
-}
-
-TEST_F(Frontend, SeeksWhilePlayingAndSettingsWordsAreSeeks) {
-    playEntry("1");
-    playStartMs.store(nowMs() - 50000);
-    run("90");
+    runCommand("90");
+    EXPECT_TRUE(waitSeekTaken());
+    runCommand("+10");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "time 00:09time 00:09time 01:40");
     ASSERT_TRUE(waitSeekTaken());
-    testfiles::Capture err(stderr);
-    run("+10");
-    EXPECT_EQ(err.text(), "time 01:40");
-    ASSERT_TRUE(waitSeekTaken());
-    for (const char* ignored : {"300", "pf100", "st", "l", "-101", "+abc", ".1"}) run(ignored);
-    run("1:05");
+    for (const char* ignored : {"300", "pf100", "st", "l", "-101", "+abc", ".1"})
+        runCommand(ignored);
+    runCommand("1:05");
     ASSERT_TRUE(waitSeekTaken());
     std::lock_guard<std::mutex> lock(seenLock);
     EXPECT_EQ(seeks, (std::vector<int32_t>{90, 100, 65}));
@@ -150,18 +139,18 @@ TEST_F(Frontend, SeeksWhilePlayingAndSettingsWordsAreSeeks) {
 
 TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
     startDelayMs.store(200);
-    run("1");
-    run("2");  // read as a seek to 0:02 once the first thread plays
+    runCommand("1");
+    runCommand("2");  // read as a seek to 0:02 once the first thread plays
     EXPECT_EQ(playerRunning.load(), 1);
     ASSERT_TRUE(waitSeekTaken());
-    run("s");
+    runCommand("s");
     EXPECT_EQ(playerThread.load(), pthread_t(0));
     EXPECT_EQ(seeks, std::vector<int32_t>{2});
 
     failToStart.store(true);
     startDelayMs.store(100);
-    run("1");
-    run("3");  // the first gives up: the number then starts the third entry
+    runCommand("1");
+    runCommand("3");  // the first gives up: the number then starts the third entry
     failToStart.store(false);
     ASSERT_TRUE(waitPlaying());
     EXPECT_STREQ(currentPath, path("c.FLAC").c_str());
