@@ -11,11 +11,8 @@ std::vector<std::string> readAll(std::string input) {
     CommandReader reader(in);
     std::vector<std::string> words;
     // Bounded: a reader that repeated at end of input would otherwise hang here.
-    while (words.size() < 100) {
-        std::optional<std::string> w = reader.next();
-        if (!w) break;
+    for (std::optional<std::string> w; words.size() < 100 && (w = reader.next());)
         words.push_back(*w);
-    }
     fclose(in);
     return words;
 }

@@ -1,6 +1,5 @@
 // Which files a folder lists and in which order, page positions, and the
 // listed page's lines by entry kind.
-#include <algorithm>
 #include <array>
 #include <filesystem>
 
@@ -15,16 +14,14 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(PlayableFile, SuffixesInExactlyTwoCases) {
-    for (std::string suffix :
-         {"wav", "aiff", "ogg", "mp3", "flac", "ape", "m4a", "mp4", "aac", "dff", "dsf", "wv"}) {
-        std::string upper = suffix;
-        std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
-        EXPECT_TRUE(isPlayableFile(("x." + suffix).c_str()) &&
-                    isPlayableFile(("x." + upper).c_str()))
-            << suffix;
-    }
-    for (const char* name : {".wv", "/music/a b/01.flac", "a.cue", "A.CUE", ".cue"})
-        EXPECT_NE(isPlayableFile(name), isCueFile(name)) << name;
+    const char* playable[] = {
+        "x.wav",  "x.WAV", "x.aiff", "x.AIFF", "x.ogg", "x.OGG", "x.mp3", "x.MP3",     "x.flac",
+        "x.FLAC", "x.ape", "x.APE",  "x.m4a",  "x.M4A", "x.mp4", "x.MP4", "x.aac",     "x.AAC",
+        "x.dff",  "x.DFF", "x.dsf",  "x.DSF",  "x.wv",  "x.WV",  ".wv",   "a b/1.ape",
+    };
+    for (const char* name : playable) EXPECT_TRUE(isPlayableFile(name) && !isCueFile(name)) << name;
+    for (const char* name : {"a.cue", "A.CUE", ".cue"})
+        EXPECT_TRUE(isCueFile(name) && !isPlayableFile(name)) << name;
     for (const char* name : {"x.Flac", "wv", "x.flac ", "x.flac.txt", "x.aif", "", "x_wav", "a.Cue",
                              "cue", "a.cue.bak"})
         EXPECT_FALSE(isPlayableFile(name) || isCueFile(name)) << name;
@@ -54,8 +51,6 @@ TEST(FolderScan, GroupsFiltersByteOrderEmptyRootAndMissingFolders) {
     EXPECT_EQ(scan(dir.path())[0],
               "..|.hidden|Art|a folder|link to art|live.flac|10 Track.wav|2 Track.wav|"
               "A.FLAC|b.flac|broken.mp3|z.mp3|\xc3\xa9t\xc3\xa9.mp3|B.CUE|disc.cue|");
-    EXPECT_EQ(dir.path(), listedFolder);
-    EXPECT_FALSE(atRoot);
     EXPECT_EQ(scan(dir.file("Art/empty")), (std::array<std::string, 3>{"..|", "\n0    ..\n", ""}));
     const std::string root = scan("/")[0];
     EXPECT_FALSE(root.empty() || root.rfind("..|", 0) == 0) << root;
@@ -67,17 +62,15 @@ TEST(FolderScan, GroupsFiltersByteOrderEmptyRootAndMissingFolders) {
 }
 
 TEST(Paging, PositionRule) {
-    struct Case {
-        int position, lines, entries, down, up;
-    } cases[] = {
-        // a page length below 1 counts as 1; damaged positions do not overflow
+    // position, lines, entries, then down and up; a page length below 1 counts as 1
+    const std::array<int, 5> cases[] = {
         {0, 100, 150, 100, 0}, {100, 100, 150, 50, 0}, {0, 100, 10, 0, 0},
         {6, 3, 10, 9, 3},      {9, 3, 10, 7, 6},       {0, 0, 5, 1, 0},
         {2, -7, 5, 3, 1},      {0, 5, 0, 0, 0},        {2147483600, 100, 10, 0, 2147483500}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.position << "/" << c.lines << "/" << c.entries);
-        EXPECT_EQ(c.down, pageDownPosition(c.position, c.lines, c.entries));
-        EXPECT_EQ(c.up, pageUpPosition(c.position, c.lines));
+    for (auto [position, lines, entries, down, up] : cases) {
+        SCOPED_TRACE(testing::Message() << position << "/" << lines << "/" << entries);
+        EXPECT_EQ(down, pageDownPosition(position, lines, entries));
+        EXPECT_EQ(up, pageUpPosition(position, lines));
     }
 }
 
@@ -96,18 +89,12 @@ TEST(Listing, LinesByKindPageBoundsAndRoot) {
     listedFolder = "/music/Album";
     atRoot = false;
     const std::string d = "/music/Album/";
-    struct Case {
-        int position, lines;
-        bool colours;
-        std::string expected;
-    } cases[] = {
-        {1, 4, true,
-         "\n1    " + d + "Scans\n\033[1;32m2    " + d + "01 Intro.flac\033[0m\n\033[1;32m3    " +
-             d + "02 Song.WV\033[0m\n\033[1;33m4    " + d + "album.cue\033[0m\n"},
-        {1, -2, false, "\n1    " + d + "Scans\n"},
-        {6, 3, false, ""},  // past the end: not even the empty line
-    };
-    for (const Case& c : cases) EXPECT_EQ(c.expected, page(c.position, c.lines, c.colours));
+    EXPECT_EQ(page(1, 4, true), "\n1    " + d + "Scans\n\033[1;32m2    " + d +
+                                    "01 Intro.flac\033[0m\n\033[1;32m3    " + d +
+                                    "02 Song.WV\033[0m\n\033[1;33m4    " + d +
+                                    "album.cue\033[0m\n");
+    EXPECT_EQ(page(1, -2, false), "\n1    " + d + "Scans\n");
+    EXPECT_EQ(page(6, 3, false), "");  // past the end: not even the empty line
     folderList = {"bin", "home"};
     listedFolder = "/";
     atRoot = true;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -69,9 +70,7 @@ class Sandboxed : public testing::Test {
 };
 
 TEST_F(Sandboxed, LoadCorrectionsAndColours) {
-    struct Case {
-        Settings stored, loaded;
-    } cases[] = {
+    const std::pair<Settings, Settings> cases[] = {
         {{.periodFrames = 1024, .periodTimeUs = 500}, {.periodFrames = 1024, .periodTimeUs = -1}},
         {{.periodFrames = 0, .periodTimeUs = 500}, {.periodFrames = 0, .periodTimeUs = 500}},
         {{.bufferFrames = 4096, .bufferTimeUs = 9}, {.bufferFrames = 4096, .bufferTimeUs = -1}},
@@ -85,9 +84,9 @@ TEST_F(Sandboxed, LoadCorrectionsAndColours) {
         {{.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7},
          {.dsdMode = 2, .linesPerPage = 0, .coresSelect = 7}},
     };
-    for (const Case& c : cases) {
-        load(c.stored);
-        EXPECT_EQ(values(c.loaded), values(settings));
+    for (const auto& [stored, loaded] : cases) {
+        load(stored);
+        EXPECT_EQ(values(loaded), values(settings));
     }
     load(Settings{});
     EXPECT_STREQ("\033[1;32m", colorBrightGreen);
@@ -95,40 +94,7 @@ TEST_F(Sandboxed, LoadCorrectionsAndColours) {
     EXPECT_STREQ("", colorReset);
 }
 
-std::string cpuList(const cpu_set_t& set) {
-    std::string out;
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        if (CPU_ISSET(cpu, &set)) out += (out.empty() ? "" : ",") + std::to_string(cpu);
-    return out;
-}
-
-TEST(CoreSets, TablesForOneTwoAndEightProcessors) {
-    struct Case {
-        long n;
-        int select;
-        bool act;
-        const char *dedicated, *shared;
-    } cases[] = {
-        {1, 1, false, "", ""},      {-1, 1, false, "", ""},  // sysconf failure
-        {2, 0, true, "0,1", ""},    {2, 1, true, "1", "0"},
-        {2, 2, true, "0,1", "0,1"}, {8, 1, true, "7", "0,1,2,3,4,5,6"},
-    };
-    cpu_set_t dedicated, shared;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.n << "/" << c.select);
-        memset(&dedicated, 0xff, sizeof dedicated);  // both sets are cleared first
-        memset(&shared, 0xff, sizeof shared);
-        EXPECT_EQ(c.act, coreSets(c.n, c.select, dedicated, shared));
-        EXPECT_EQ(c.dedicated, cpuList(dedicated));
-        EXPECT_EQ(c.shared, cpuList(shared));
-    }
-    memset(&dedicated, 0xff, sizeof dedicated);
-    ASSERT_TRUE(coreSets(2000, 1, dedicated, shared));  // past the set's 1024: never set
-    EXPECT_EQ(CPU_COUNT(&dedicated), 0);
-    EXPECT_EQ(CPU_COUNT(&shared), CPU_SETSIZE);
-}
-
-TEST_F(Sandboxed, SweepMovesEveryOtherThreadOffTheReservedCores) {
+TEST_F(Sandboxed, CoreSetsAndTheSweepThatMovesEveryOtherThreadOffThem) {
     // Two processes, one holding this very thread (skipped), a process without
     // tasks, and entries that are no processes or no threads.
     for (const std::string& d : Lines{"100/task/100", "100/task/101", "200/task/200",
@@ -141,10 +107,25 @@ TEST_F(Sandboxed, SweepMovesEveryOtherThreadOffTheReservedCores) {
     std::sort(calls.begin(), calls.end() - 1);  // the isolated thread is bound last
     EXPECT_EQ(calls,
               (Lines{"100 0,1,2,3,4,5", "101 0,1,2,3,4,5", "200 0,1,2,3,4,5", me_ + " 6,7"}));
-    EXPECT_EQ(sweep(8, 0), Lines{me_ + " 0,1,2,3,4,5,6,7"});  // releases the caller only
-    EXPECT_EQ(sweep(1, 1), Lines{});
     fs::remove_all(dir_.file("proc"));
     EXPECT_EQ(sweep(8, 1), Lines{me_ + " 7"});
+
+    fs::create_directories(dir_.file("proc/100/task/100"));
+    const std::tuple<long, int, Lines> cases[] = {
+        {1, 1, {}},
+        {-1, 1, {}},  // sysconf failure
+        {2, 0, {me_ + " 0,1"}},
+        {8, 0, {me_ + " 0,1,2,3,4,5,6,7"}},  // releases the caller only
+        {2, 1, {"100 0", me_ + " 1"}},
+        {2, 2, {"100 0,1", me_ + " 0,1"}},  // two processors cannot spare two
+        {8, 1, {"100 0,1,2,3,4,5,6", me_ + " 7"}}};
+    for (const auto& [cpus, select, expected] : cases)
+        EXPECT_EQ(sweep(cpus, select), expected) << cpus << "/" << select;
+    cpu_set_t dedicated, shared;
+    memset(&dedicated, 0xff, sizeof dedicated);         // cleared first
+    ASSERT_TRUE(coreSets(2000, 1, dedicated, shared));  // past the set's 1024: never set
+    EXPECT_EQ(CPU_COUNT(&dedicated), 0);
+    EXPECT_EQ(CPU_COUNT(&shared), CPU_SETSIZE);
 }
 
 TEST_F(Sandboxed, RealTimeIsRecordedNotTakenAndAnEmptyFolderIsNoSandbox) {
