@@ -68,10 +68,9 @@ class Frontend : public testing::Test {
         startDelayMs.store(0);
         mostLiveThreads.store(0);
         seekSeconds.store(-1);
-        fs::create_directory(music_);
         folderList = {"..", "a.flac", "b.txt", "c.FLAC", "e.wav"};
         for (size_t i = 1; i < folderList.size(); ++i) writeFileBytes(path(folderList[i]), {});
-        currentFolder = music_;
+        currentFolder = dir_.path();
     }
     void TearDown() override {
         if (playerThread.load() != 0) stopPlayer();
@@ -81,10 +80,9 @@ class Frontend : public testing::Test {
         runCommand(word);
         ASSERT_TRUE(eventually(playing));
     }
-    std::string path(const std::string& name) { return music_ + "/" + name; }
+    std::string path(const std::string& name) { return dir_.file(name); }
     const fs::path cwd_ = fs::current_path();
     TempDir dir_;
-    const std::string music_ = dir_.file("music");
 };
 
 TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {

@@ -36,8 +36,8 @@ TEST(NumberCommand, EntryAndTrack) {
 }
 
 TEST(PlayQueue, PlayableEntriesMoreFilesThanSlotsAndPathsThatDoNotFit) {
-    std::vector<std::string> entries{"..", "sub", "a.flac", "b.txt", "c.FLAC", "d.Flac", "e.cue"};
-    QueuePlan plan = planQueue(entries, "/music", "/music/c.FLAC", 1000, 512);
+    QueuePlan plan = planQueue({"..", "sub", "a.flac", "b.txt", "c.FLAC", "d.Flac", "e.cue"},
+                               "/music", "/music/c.FLAC", 1000, 512);
     EXPECT_EQ(plan.paths, (std::vector<std::string>{"/music/a.flac", "/music/c.FLAC"}));
     EXPECT_EQ(plan.index, 1);
     EXPECT_EQ(planQueue({"y.mp3"}, "/", "/y.mp3", 1000, 512).paths.front(), "/y.mp3");

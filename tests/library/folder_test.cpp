@@ -99,9 +99,6 @@ TEST(Listing, LinesByKindPageBoundsAndRoot) {
     listedFolder = "/";
     atRoot = true;
     EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));  // no double slash
-    settings = Settings{};
-    setColors(false);
-    folderList.clear();
 }
 
 }  // namespace

@@ -54,7 +54,6 @@ class Sandboxed : public testing::Test {
     void load(const Settings& stored) {
         auto bytes = reinterpret_cast<const uint8_t*>(&stored);
         writeFileBytes(dir_.file("config.dat"), {bytes, bytes + sizeof stored});
-        settings = Settings{};
         loadSettings();
     }
     Lines sweep(long cpus, int select) {
