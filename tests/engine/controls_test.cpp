@@ -11,9 +11,7 @@
 
 namespace {
 
-void hold(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
+const auto hold = [](int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
 
 // cap must be ref with one run of idle frames inserted at a frame boundary
 // and, when tail > 0, ref's last tail bytes after a jump. Returns the run's
@@ -43,12 +41,10 @@ size_t pausedFrames(const std::vector<uint8_t>& cap, const std::vector<uint8_t>&
     return (resume - at) / frame;
 }
 
-class Controls : public testing::TestWithParam<Mode> {
-  protected:
-    void SetUp() override { resetPlayerState(); }
-};
+class Controls : public testing::TestWithParam<Mode> {};
 
 TEST_P(Controls, StopDropsAtOnceAndPrintsNoPrompt) {
+    resetPlayerState();
     Fixture f = fixture("wav-s16-44k1-stereo.wav");
     Card card({"S32_LE"}, 1);
     RunText text = play({f.path()}, GetParam(), kFormatS32, [] {
@@ -56,75 +52,59 @@ TEST_P(Controls, StopDropsAtOnceAndPrintsNoPrompt) {
         stopRequest.store(1);
         pauseRequest.store(0);
     });
-    EXPECT_EQ(stopRequest.load(), 0);
-    EXPECT_EQ(playerRunning.load(), 0);
+    EXPECT_EQ(std::tuple(stopRequest.load(), playerRunning.load()), std::tuple(0, 0));
     EXPECT_EQ(playerThread.load(), pthread_t(0));
     EXPECT_EQ(text.err.find("\n> "), std::string::npos) << text.err;
     EXPECT_EQ(card.count("drop"), 1u);
     EXPECT_LT(card.capture().size(), expectedCardBytes(f, kFormatS32).size() / 2);
 }
 
-TEST_P(Controls, PauseInsertsSilenceAndSeekJumpsToTheSecond) {
-    Fixture f = fixture("flac-s16-44k1-stereo.flac");
-    Card card({"S32_LE"}, 1);
-    RunText text = play({f.path()}, GetParam(), kFormatS32, [] {
-        hold(400);
-        pauseRequest.store(1);
-        hold(300);
-        pauseRequest.store(0);
-        hold(200);
-        seekSeconds.store(2);
-    });
-    EXPECT_TRUE(text.err.ends_with("\n> "));
-    const size_t frame = frameBytes(kFormatS32, f.channels);
-    const std::vector<uint8_t> ref = expectedCardBytes(f, kFormatS32);
-    const size_t tail = ref.size() - 2 * size_t(f.rate) * frame;
-    EXPECT_GT(pausedFrames(card.capture(), ref, tail, std::vector<uint8_t>(frame, 0)),
-              size_t(f.rate) / 10);  // most of the 300 ms pause
-    EXPECT_EQ(card.count("xrun"), 0u);
-}
-
-// DSD pause silence keeps the DAC in DSD mode: the idle pattern for native
-// words, and DoP words whose markers alternate through the pause.
-TEST_P(Controls, DsdPauseSilenceIsIdleDsd) {
-    Fixture f = fixture("dsf-dsd64-2ch.dsf");
-    for (bool dop : {false, true}) {
-        SCOPED_TRACE(dop ? "DoP" : "native");
+// The pause fills with idle frames of the stream's kind: zeros for PCM, the
+// idle pattern for native DSD words, and DoP words whose markers keep
+// alternating, so the DAC stays in DSD mode. PCM seeks after the pause.
+TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
+    for (int dsdMode : {-1, int(kDsdNative), int(kDsdDop)}) {
+        SCOPED_TRACE(dsdMode);
         resetPlayerState();
-        settings.dsdMode = dop ? kDsdDop : kDsdNative;
+        const bool pcm = dsdMode < 0;
+        const Fixture f = fixture(pcm ? "flac-s16-44k1-stereo.flac" : "dsf-dsd64-2ch.dsf");
+        settings.dsdMode = dsdMode;
         dsdNativeBE.store(1);
         Card card({"DSD_U32_BE", "S32_LE"}, 1);
-        play({f.path()}, GetParam(), kFormatS32, [] {
-            hold(250);
+        RunText text = play({f.path()}, GetParam(), kFormatS32, [pcm] {
+            hold(300);
             pauseRequest.store(1);
-            hold(250);
+            hold(300);
             pauseRequest.store(0);
+            hold(pcm ? 200 : 0);
+            if (pcm) seekSeconds.store(2);
         });
-        std::vector<uint8_t> cap = card.capture(), dsd = readFileBytes(f.refPath());
-        if (!dop) {
-            packDsdU32BE(dsd.data(), uint32_t(dsd.size()), f.channels);
-            EXPECT_GT(pausedFrames(cap, dsd, 0, std::vector<uint8_t>(8, kDsdIdleByte)), 0u);
-            continue;
+        EXPECT_TRUE(text.err.ends_with("\n> "));
+        EXPECT_TRUE(!pcm || card.count("xrun") == 0);
+        std::vector<uint8_t> cap = card.capture(), data;
+        std::vector<uint8_t> ref =
+            pcm ? expectedCardBytes(f, kFormatS32) : readFileBytes(f.refPath());
+        if (pcm) {
+            const size_t tail = ref.size() - 2 * size_t(f.rate) * 8;
+            EXPECT_GT(pausedFrames(cap, ref, tail, std::vector<uint8_t>(8, 0)),
+                      size_t(f.rate) / 10);  // most of the 300 ms pause
+        } else if (dsdMode == kDsdNative) {
+            packDsdU32BE(ref.data(), uint32_t(ref.size()), f.channels);
+            EXPECT_GT(pausedFrames(cap, ref, 0, std::vector<uint8_t>(8, kDsdIdleByte)), 0u);
+        } else {
+            ASSERT_EQ(cap.size() % 8, 0u);
+            for (size_t i = 0; i < cap.size(); i += 8) {
+                ASSERT_EQ(cap[i + 7], cap[i + 3]) << "frame " << i / 8;
+                ASSERT_TRUE(i == 0 || cap[i + 3] != cap[i - 5])
+                    << "marker break at frame " << i / 8;
+                data.insert(data.end(), {cap[i + 2], cap[i + 6], cap[i + 1], cap[i + 5]});
+            }
+            EXPECT_GT(pausedFrames(data, ref, 0, std::vector<uint8_t>(4, kDsdIdleByte)), 0u);
         }
-        // Markers alternate across the whole capture; the DSD bytes they carry
-        // are the stream with idle bytes for the pause.
-        ASSERT_EQ(cap.size() % 8, 0u);
-        std::vector<uint8_t> data;
-        for (size_t i = 0; i < cap.size(); i += 8) {
-            ASSERT_EQ(cap[i + 7], cap[i + 3]) << "frame " << i / 8;
-            ASSERT_TRUE(i == 0 || cap[i + 3] != cap[i - 5]) << "marker break at frame " << i / 8;
-            data.insert(data.end(), {cap[i + 2], cap[i + 6], cap[i + 1], cap[i + 5]});
-        }
-        EXPECT_GT(pausedFrames(data, dsd, 0, std::vector<uint8_t>(4, kDsdIdleByte)), 0u);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, Controls,
-                         testing::Values(Mode{false, false}, Mode{false, true}, Mode{true, false},
-                                         Mode{true, true}),
-                         [](const auto& info) {
-                             return std::string(info.param.di ? "DI" : "FM") +
-                                    (info.param.rw ? "_RW" : "_MMAP");
-                         });
+INSTANTIATE_TEST_SUITE_P(Modes, Controls, testing::ValuesIn(kModes),
+                         [](const auto& info) { return modeName(info.param); });
 
 }  // namespace

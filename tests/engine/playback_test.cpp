@@ -20,40 +20,36 @@ struct Case {
     double speed = 0;           // card speed; 50 makes read/write access underrun
     int32_t dsdMode = kDsdDop;
     std::string native = "";  // DSD_U32_BE or DSD_U32_LE: the card takes native DSD words
-    int pcmRate = 88200;
 };
 
 std::vector<Case> cases() {
-    const Mode modes[] = {{false, false}, {false, true}, {true, false}, {true, true}};
     std::vector<Case> out;
-    for (const Fixture& f : fixtures())
-        for (Mode m : modes) {
-            const std::vector<std::string> one{f.file};
-            if (f.kind == "dsd") {
-                for (const char* native : {"DSD_U32_BE", "DSD_U32_LE"})
-                    out.push_back(
-                        {.files = one, .mode = m, .dsdMode = kDsdNative, .native = native});
-                out.push_back({.files = one, .mode = m});
-                out.push_back({.files = one, .mode = m, .card = kFormatS24_3});
-                // A 24-bit card has no native words: DoP instead.
-                out.push_back(
-                    {.files = one, .mode = m, .card = kFormatS24_3, .dsdMode = kDsdNative});
-            }
-            if (f.kind == "lossy" && !m.rw) out.push_back({one, m});
-            if (f.kind == "lossless" || f.kind == "float")
-                for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
-                    if (card != kFormatS16 || (f.bits && f.bits <= 16))
-                        out.push_back({one, m, card});
+    size_t n = 0;
+    // Fixtures differ in decoding, modes in transfer loop and source: each
+    // fixture plays in one mode, the modes taken in turn.
+    for (const Fixture& f : fixtures()) {
+        const Mode m = kModes[n++ % 4];
+        const std::vector<std::string> one{f.file};
+        if (f.kind == "dsd") {
+            for (const char* native : {"DSD_U32_BE", "DSD_U32_LE"})
+                out.push_back({.files = one, .mode = m, .dsdMode = kDsdNative, .native = native});
+            out.push_back({one, m});
+            // A 24-bit card has no native words: DoP either way.
+            for (int32_t dsdMode : {kDsdDop, kDsdNative})
+                out.push_back({.files = one, .mode = m, .card = kFormatS24_3, .dsdMode = dsdMode});
         }
+        for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
+            if ((f.kind == "lossless" || f.kind == "float") &&
+                (card != kFormatS16 || (f.bits && f.bits <= 16)))
+                out.push_back({one, m, card});
+        if (f.kind == "lossy") out.push_back({one, m});
+    }
     const std::string wav = "wav-s16-44k1-stereo.wav", flac = "flac-s16-44k1-stereo.flac";
-    for (Mode m : modes) {
+    for (Mode m : kModes) {
         for (int seek : {2, 3, 99}) out.push_back({{flac}, m, kFormatS32, seek});
         for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
-            out.push_back({.files = {"dsf-dsd64-2ch.dsf"},
-                           .mode = m,
-                           .card = card,
-                           .dsdMode = kDsdPcm,
-                           .pcmRate = card == kFormatS32 ? 176400 : 88200});
+            out.push_back(
+                {.files = {"dsf-dsd64-2ch.dsf"}, .mode = m, .card = card, .dsdMode = kDsdPcm});
     }
     // Direct Input keeps one session across files of one configuration.
     for (bool rw : {false, true})
@@ -67,9 +63,8 @@ std::vector<Case> cases() {
 
 void PrintTo(const Case& c, std::ostream* os) {
     for (const std::string& f : c.files) *os << f << " ";
-    *os << (c.mode.di ? "DI " : "FM ") << (c.mode.rw ? "RW " : "MMAP ") << formatName(c.card)
-        << " seek " << c.seek << " speed " << c.speed << " DSD mode " << c.dsdMode << " "
-        << c.native << " " << c.pcmRate;
+    *os << modeName(c.mode) << " " << formatName(c.card) << " seek " << c.seek << " speed "
+        << c.speed << " DSD mode " << c.dsdMode << " " << c.native;
 }
 
 // Raw DSD (interleaved by channel, earliest byte first) in the card's words:
@@ -96,9 +91,10 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     resetPlayerState();
     settings.bufferFrames = c.speed ? 2048 : 4096;
     settings.dsdMode = c.dsdMode;
-    settings.dsdPcmRate = c.pcmRate;
+    const int pcmRate = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
     if (!c.native.empty()) (c.native == "DSD_U32_BE" ? dsdNativeBE : dsdNativeLE).store(1);
-    Card card({c.native.empty() ? formatName(c.card) : c.native}, c.speed);
+    const std::string cardFormat = c.native.empty() ? formatName(c.card) : c.native;
+    Card card({cardFormat}, c.speed);
     std::vector<std::string> paths;
     for (const std::string& name : c.files) paths.push_back(fixture(name).path());
     if (c.seek >= 0) seekSeconds.store(c.seek);
@@ -107,44 +103,40 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     const std::vector<uint8_t> cap = card.capture();
     std::vector<uint8_t> want;
     Fixture f;
-    bool exact = true;
     for (const std::string& name : c.files) {
         f = fixture(name);
         // DoP may start on either marker; anything else fails as a wrong first byte.
         const size_t at = frameBytes(c.card, 1) - 1;
-        std::vector<uint8_t> part =
-            f.kind != "dsd" ? expectedCardBytes(f, c.card)
-            : c.dsdMode == kDsdPcm
-                ? std::vector<uint8_t>(f.frames * 8 * c.pcmRate / f.rate *
-                                       frameBytes(c.card, f.channels))
-                : dsdWords(f, c,
-                           cap.size() > at && cap[at] == kDopMarkerB ? kDopMarkerB : kDopMarkerA);
-        // Lossy files come from another decoder than the reference's.
-        exact = exact && f.kind != "lossy" && c.dsdMode != kDsdPcm;
+        const uint8_t marker =
+            cap.size() > at && cap[at] == kDopMarkerB ? kDopMarkerB : kDopMarkerA;
+        std::vector<uint8_t> part = f.kind != "dsd" ? expectedCardBytes(f, c.card)
+                                    : c.dsdMode == kDsdPcm
+                                        ? std::vector<uint8_t>(f.frames * 8 * pcmRate / f.rate *
+                                                               frameBytes(c.card, f.channels))
+                                        : dsdWords(f, c, marker);
         want.insert(want.end(), part.begin(), part.end());
     }
     const int seconds = int(f.frames * (f.kind == "dsd" ? 8 : 1) / uint64_t(f.rate));
     if (c.seek >= 0 && c.seek < seconds)  // at or past the end it is dropped
         want.erase(want.begin(), want.begin() + c.seek * f.rate * frameBytes(c.card, f.channels));
-    if (exact)
-        EXPECT_TRUE(cap == want) << cap.size() << " bytes captured of " << want.size();
-    else
-        EXPECT_EQ(cap.size(), want.size());
+    // Lossy files come from another decoder than the reference's.
+    EXPECT_TRUE(f.kind == "lossy" || c.dsdMode == kDsdPcm || cap == want)
+        << cap.size() << " bytes captured of " << want.size();
+    EXPECT_EQ(cap.size(), want.size());
 
     for (const char* kind : {"open", "hw_params", "drain"}) EXPECT_EQ(card.count(kind), c.sessions);
     EXPECT_EQ(card.count("xrun") > 0, c.speed > 0);
     const Fixture first = fixture(c.files[0]);
     const int rate = first.kind != "dsd"    ? first.rate
-                     : c.dsdMode == kDsdPcm ? c.pcmRate
+                     : c.dsdMode == kDsdPcm ? pcmRate
                                             : first.rate / (c.native.empty() ? 16 : 32);
     std::vector<VdacEvent> hw = eventsOfKind(card.events(), "hw_params");
     ASSERT_FALSE(hw.empty());
-    EXPECT_EQ(hw[0].fields["rate"], std::to_string(rate));
-    EXPECT_EQ(hw[0].fields["format"], c.native.empty() ? formatName(c.card) : c.native);
-    EXPECT_EQ(hw[0].fields["access"], c.mode.rw ? "RW_INTERLEAVED" : "MMAP_INTERLEAVED");
-    EXPECT_EQ(queueIndex.load(), int32_t(c.files.size() - 1));
-    EXPECT_EQ(seekSeconds.load(), -1);
-    EXPECT_EQ(playerRunning.load(), 0);
+    EXPECT_EQ(hw[0].fields["rate"] + " " + hw[0].fields["format"] + " " + hw[0].fields["access"],
+              std::to_string(rate) + " " + cardFormat +
+                  (c.mode.rw ? " RW_INTERLEAVED" : " MMAP_INTERLEAVED"));
+    EXPECT_EQ(std::tuple(queueIndex.load(), seekSeconds.load(), playerRunning.load()),
+              std::tuple(int32_t(c.files.size() - 1), -1, 0));
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
     EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
     // Published for the now-playing line (the last file's); native DSD shows its bit rate.
@@ -157,19 +149,16 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
 
     // One ALSA report per run, of what the device accepted; only Full Memory
     // on S32_LE leaves out the empty line after it.
-    unsigned period = 0, periodUs = 0, buffer = 0, bufferUs = 0;
-    ASSERT_TRUE(text.out.starts_with("\nALSA period: ")) << text.out;
-    ASSERT_EQ(
-        std::sscanf(text.out.c_str(), "\nALSA period: %u frames, %u us\nALSA buffer: %u frames, %u",
-                    &period, &periodUs, &buffer, &bufferUs),
-        4);
-    EXPECT_EQ(period, 1024u);
-    EXPECT_EQ(buffer, unsigned(settings.bufferFrames));
-    EXPECT_EQ(bufferUs, uint64_t(periodUs) * buffer / period);
+    unsigned us = 0;
+    std::sscanf(text.out.c_str(), "\nALSA period: 1024 frames, %u", &us);
+    EXPECT_NEAR(us, 1024e6 / rate, 1);
+    const unsigned buffer = unsigned(settings.bufferFrames);
+    EXPECT_TRUE(text.out.starts_with("\nALSA period: 1024 frames, " + std::to_string(us) +
+                                     " us\nALSA buffer: " + std::to_string(buffer) + " frames, " +
+                                     std::to_string(uint64_t(us) * buffer / 1024) + " us\n" +
+                                     (c.mode.di || c.card != kFormatS32 ? "\n\n(" : "\n(")))
+        << text.out;
     EXPECT_EQ(text.out.find("ALSA period", 2), std::string::npos);
-    const bool extra = c.mode.di || c.card != kFormatS32;
-    size_t end = text.out.find(" us\n", text.out.find("ALSA buffer")) + 4;
-    EXPECT_EQ(text.out.substr(end, extra ? 3 : 2), extra ? "\n\n(" : "\n(");
 }
 
 INSTANTIATE_TEST_SUITE_P(Fixtures, Playback, testing::ValuesIn(cases()));
@@ -190,9 +179,8 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
             EXPECT_EQ(text.out, di ? error : "");
             EXPECT_EQ(text.err, di ? "\n> " : error + (format == kFormatS32 ? "> " : "\n> "));
             EXPECT_TRUE(card.capture().empty());  // the rest of the queue is not tried
-            EXPECT_EQ(playerRunning.load(), 0);
+            EXPECT_EQ(std::tuple(playerRunning.load(), stopRequest.load()), std::tuple(0, 0));
             EXPECT_EQ(playerThread.load(), pthread_t(0));
-            EXPECT_EQ(stopRequest.load(), 0);
         }
     // A later file that fails still lets the earlier one play out.
     resetPlayerState();

@@ -42,25 +42,13 @@ void resetPlayerState() {
     releaseFullMemoryBuffer();
 }
 
-namespace {
-
-// Bounded: a routine that never plays fails the test's checks instead.
-bool waitRunning() {
-    for (int i = 0; i < 5000 && !playerRunning.load(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    return playerRunning.load();
-}
-
-}  // namespace
-
 RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaFormat,
              const std::function<void()>& drive) {
     static const PlayerRoutine routines[2][3] = {
         {fullMemoryPlayerS16, fullMemoryPlayerS24, fullMemoryPlayerS32},
         {directInputPlayerS16, directInputPlayerS24, directInputPlayerS32}};
-    PlayerRoutine routine = routines[mode.di][alsaFormat == kFormatS16     ? 0
-                                              : alsaFormat == kFormatS24_3 ? 1
-                                                                           : 2];
+    PlayerRoutine routine =
+        routines[mode.di][(alsaFormat != kFormatS16) + (alsaFormat == kFormatS32)];
     settings.directInput = mode.di;
     settings.rwAccess = mode.rw;
     outputFormat.store(alsaFormat);
@@ -74,7 +62,10 @@ RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaForma
         pthread_t thread;
         pthread_create(&thread, nullptr, routine, nullptr);
         playerThread.store(thread);
-        if (waitRunning()) drive();
+        // Bounded: a routine that never plays fails the test's checks instead.
+        for (int i = 0; i < 5000 && !playerRunning.load(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (playerRunning.load()) drive();
         pthread_join(thread, nullptr);
     } else {
         routine(nullptr);

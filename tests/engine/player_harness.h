@@ -31,6 +31,10 @@ void resetPlayerState();
 struct Mode {
     bool di, rw;  // Direct Input, read/write access
 };
+inline constexpr Mode kModes[] = {{false, false}, {false, true}, {true, false}, {true, true}};
+inline std::string modeName(Mode m) {
+    return std::string(m.di ? "DI" : "FM") + (m.rw ? "_RW" : "_MMAP");
+}
 struct RunText {
     std::string out, err;
 };
