@@ -13,13 +13,13 @@
 #include "settings/tuning.h"
 
 Card::Card(std::vector<std::string> formats, double speed) {
-    config_.formats = std::move(formats);
-    config_.speed = speed;
-    config_.rates.push_back(22050);  // the 8-bit fixture's rate
-    config_.capturePath = dir_.file("capture.raw");
-    config_.logPath = dir_.file("events.log");
-    writeVdacConfig(dir_.file("alsa.conf"), config_);
-    useAlsaConfig(dir_.file("alsa.conf"));
+    config.formats = std::move(formats);
+    config.speed = speed;
+    config.rates.push_back(22050);  // the 8-bit fixture's rate
+    config.capturePath = dir.file("capture.raw");
+    config.logPath = dir.file("events.log");
+    writeVdacConfig(dir.file("alsa.conf"), config);
+    useAlsaConfig(dir.file("alsa.conf"));
 }
 
 void resetPlayerState() {
@@ -30,13 +30,10 @@ void resetPlayerState() {
     setColors(false);
     tuningSeams.configuredCpus = [] { return 1L; };  // never touch affinity
     tuningSeams.setAffinity = [](pid_t, const cpu_set_t&) { return 0; };
-    stopRequest.store(0);
-    pauseRequest.store(0);
+    for (auto* flag : {&stopRequest, &pauseRequest, &playerRunning, &dsdNativeBE, &dsdNativeLE})
+        flag->store(0);
     seekSeconds.store(-1);
-    playerRunning.store(0);
     playerThread.store(0);
-    dsdNativeBE.store(0);
-    dsdNativeLE.store(0);
     showAlsaSetup.store(1);
     showKeyHints.store(0);
     releaseFullMemoryBuffer();
@@ -83,19 +80,16 @@ uint32_t frameBytes(int32_t alsaFormat, int channels) {
 
 std::vector<uint8_t> expectedCardBytes(const Fixture& f, int32_t alsaFormat) {
     std::vector<uint8_t> ref = readFileBytes(f.refPath());
+    const size_t keep = frameBytes(alsaFormat, 1);
+    std::vector<uint8_t> out(ref.size() / 4 * keep);
     if (f.kind == "float" || f.kind == "lossy") {
-        if (alsaFormat == kFormatS32) {
+        if (keep == 3)
+            convertFloatToS24_3LE(ref.data(), out.data(), uint32_t(ref.size()));
+        else
             convertFloatToS32(ref.data(), uint32_t(ref.size()));
-            return ref;
-        }
-        std::vector<uint8_t> out(ref.size() / 4 * 3);
-        convertFloatToS24_3LE(ref.data(), out.data(), uint32_t(ref.size()));
-        return out;
+        return keep == 3 ? out : ref;
     }
     // Left-justified 32-bit words: a narrower card keeps their top bytes.
-    const size_t keep = frameBytes(alsaFormat, 1);
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i + 4 <= ref.size(); i += 4)
-        for (size_t b = 4 - keep; b < 4; ++b) out.push_back(ref[i + b]);
+    for (size_t i = 0; i < out.size(); ++i) out[i] = ref[i / keep * 4 + 4 - keep + i % keep];
     return out;
 }

@@ -12,16 +12,14 @@
 #include "tests/support/vdac.h"
 
 // A vdac made the process's "default" PCM, with its capture and event log.
-class Card {
-  public:
+struct Card {
     explicit Card(std::vector<std::string> formats, double speed = 0);
-    std::vector<uint8_t> capture() const { return readFileBytes(config_.capturePath); }
-    std::vector<VdacEvent> events() const { return readVdacLog(config_.logPath); }
-    size_t count(const std::string& kind) const { return eventsOfKind(events(), kind).size(); }
-
-  private:
-    TempDir dir_;
-    VdacConfig config_;
+    std::vector<uint8_t> capture() const { return readFileBytes(config.capturePath); }
+    size_t count(const std::string& kind) const {
+        return eventsOfKind(readVdacLog(config.logPath), kind).size();
+    }
+    TempDir dir;
+    VdacConfig config;
 };
 
 // Settings and control fields back to a quiet, fast default: small buffer,
