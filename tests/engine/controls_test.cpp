@@ -44,7 +44,6 @@ size_t pausedFrames(const std::vector<uint8_t>& cap, const std::vector<uint8_t>&
 class Controls : public testing::TestWithParam<Mode> {};
 
 TEST_P(Controls, StopDropsAtOnceAndPrintsNoPrompt) {
-    resetPlayerState();
     Fixture f = fixture("wav-s16-44k1-stereo.wav");
     Card card({"S32_LE"}, 1);
     RunText text = play({f.path()}, GetParam(), kFormatS32, [] {
@@ -65,12 +64,11 @@ TEST_P(Controls, StopDropsAtOnceAndPrintsNoPrompt) {
 TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
     for (int dsdMode : {-1, int(kDsdNative), int(kDsdDop)}) {
         SCOPED_TRACE(dsdMode);
-        resetPlayerState();
         const bool pcm = dsdMode < 0;
         const Fixture f = fixture(pcm ? "flac-s16-44k1-stereo.flac" : "dsf-dsd64-2ch.dsf");
+        Card card({"DSD_U32_BE", "S32_LE"}, 1);
         settings.dsdMode = dsdMode;
         dsdNativeBE.store(1);
-        Card card({"DSD_U32_BE", "S32_LE"}, 1);
         RunText text = play({f.path()}, GetParam(), kFormatS32, [pcm] {
             hold(300);
             pauseRequest.store(1);

@@ -88,13 +88,12 @@ class Playback : public testing::TestWithParam<Case> {};
 
 TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     const Case& c = GetParam();
-    resetPlayerState();
+    const std::string cardFormat = c.native.empty() ? formatName(c.card) : c.native;
+    Card card({cardFormat}, c.speed);
     settings.bufferFrames = c.speed ? 2048 : 4096;
     settings.dsdMode = c.dsdMode;
     const int pcmRate = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
     if (!c.native.empty()) (c.native == "DSD_U32_BE" ? dsdNativeBE : dsdNativeLE).store(1);
-    const std::string cardFormat = c.native.empty() ? formatName(c.card) : c.native;
-    Card card({cardFormat}, c.speed);
     std::vector<std::string> paths;
     for (const std::string& name : c.files) paths.push_back(fixture(name).path());
     if (c.seek >= 0) seekSeconds.store(c.seek);
@@ -170,7 +169,6 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     for (bool di : {false, true})
         for (int32_t format : {kFormatS32, kFormatS24_3, kFormatS16}) {
             SCOPED_TRACE(testing::Message() << di << " " << formatName(format));
-            resetPlayerState();
             Card card({formatName(format)});
             stopRequest.store(1);  // a stale request must be cleared too
             RunText text = play({junk, wav.path()}, {di, false}, format);
@@ -182,7 +180,6 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
             EXPECT_EQ(playerThread.load(), pthread_t(0));
         }
     // A later file that fails still lets the earlier one play out.
-    resetPlayerState();
     Card card({"S32_LE"});
     RunText text = play({wav.path(), junk}, {true, true}, kFormatS32);
     EXPECT_TRUE(text.err.ends_with("\n> "));

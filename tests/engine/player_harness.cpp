@@ -20,9 +20,6 @@ Card::Card(std::vector<std::string> formats, double speed) {
     config.logPath = dir.file("events.log");
     writeVdacConfig(dir.file("alsa.conf"), config);
     useAlsaConfig(dir.file("alsa.conf"));
-}
-
-void resetPlayerState() {
     settings = Settings{};
     settings.periodFrames = 1024;
     settings.bufferFrames = 4096;

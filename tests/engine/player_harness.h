@@ -12,6 +12,8 @@
 #include "tests/support/vdac.h"
 
 // A vdac made the process's "default" PCM, with its capture and event log.
+// Making one also puts settings and control fields back to a quiet, fast
+// default: small buffer, no affinity changes, colours off.
 struct Card {
     explicit Card(std::vector<std::string> formats, double speed = 0);
     std::vector<uint8_t> capture() const { return readFileBytes(config.capturePath); }
@@ -21,10 +23,6 @@ struct Card {
     TempDir dir;
     VdacConfig config;
 };
-
-// Settings and control fields back to a quiet, fast default: small buffer,
-// no affinity changes, colours off.
-void resetPlayerState();
 
 struct Mode {
     bool di, rw;  // Direct Input, read/write access
