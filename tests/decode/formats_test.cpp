@@ -9,30 +9,11 @@
 #include <filesystem>
 
 #include "decode/decode.h"
+#include "tests/decode/read_stream.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/vdac.h"
 
 namespace {
-
-// Reads a stream to its end in odd sizes, some below one frame, so the frame
-// queue is cut everywhere; a read that breaks the whole-frame or the length
-// contract fails the test.
-std::vector<uint8_t> readStream(DecodeStream* s, uint32_t frameBytes) {
-    const uint64_t length = decodeLength(s);
-    const uint32_t sizes[] = {frameBytes * 4099 + 3, 1, frameBytes, 777};
-    std::vector<uint8_t> out, buf(sizes[0]);
-    for (size_t i = 0; out.size() <= length; ++i) {
-        const uint32_t ask = sizes[i % 4], n = decodeRead(s, buf.data(), ask);
-        if (n == kDecodeEnd) break;
-        EXPECT_LE(n, ask);
-        EXPECT_EQ(n % frameBytes, 0u) << "read of " << ask << " gave a partial frame";
-        EXPECT_FALSE(n == 0 && ask >= frameBytes) << "empty read before the end";
-        if (n == 0 && ask >= frameBytes) break;
-        out.insert(out.end(), buf.begin(), buf.begin() + n);
-    }
-    EXPECT_EQ(out.size(), length);
-    return out;
-}
 
 template <typename T>
 std::vector<double> samples(const std::vector<uint8_t>& bytes, size_t count = SIZE_MAX) {

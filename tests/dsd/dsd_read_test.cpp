@@ -1,4 +1,4 @@
-// Raw DSD and DoP from every DSD fixture and from generated files that end
+// Raw DSD and DoP through the decoder from every DSD fixture and from generated files that end
 // mid-byte and mid-group, against the reference bytes; seeks; an empty and a
 // compressed file. Cut DSD files are in the decoder's damage test.
 #include <gtest/gtest.h>
@@ -7,25 +7,12 @@
 #include <cstdio>
 
 #include "decode/dsd_source.h"
+#include "tests/decode/read_stream.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/vdac.h"
 #include "tools/dsdgen/dsdgen.h"
 
 namespace {
-
-// Reads to the end in awkward request sizes; every read must be whole frames.
-std::vector<uint8_t> readAll(DsdSource* s, uint32_t frameBytes) {
-    std::vector<uint8_t> out, buf(frameBytes * 997 + 3);
-    for (int i = 0;; ++i) {
-        uint32_t got = dsdRead(s, buf.data(), i % 2 ? uint32_t(buf.size()) : frameBytes * 13 + 1);
-        if (got == kDecodeEnd || got == 0) {
-            EXPECT_NE(got, 0u) << "empty read before the end";
-            return out;
-        }
-        EXPECT_EQ(got % frameBytes, 0u);
-        out.insert(out.end(), buf.begin(), buf.begin() + got);
-    }
-}
 
 // Raw: the reference, a last partial group per channel filled with the idle
 // byte. DoP: per frame a marker alternating 0x05 / 0xFA, then two bytes.
@@ -44,20 +31,20 @@ void checkRawAndDop(const std::string& path, const std::vector<uint8_t>& ref, in
     for (auto [kind, want, rate] :
          {std::tuple{StreamKind::DsdRaw, &raw, 8}, std::tuple{StreamKind::Dop, &dop, 16}}) {
         std::string error;
-        DsdSource* s = dsdOpen(path.c_str(), kind, 44100, &error);
+        DecodeStream* s = decodeOpen(path.c_str(), kind, 44100, &error);
         ASSERT_NE(s, nullptr) << error;
-        EXPECT_EQ(std::tuple(dsdInfo(s).rate, dsdInfo(s).channels, dsdLength(s)),
+        EXPECT_EQ(std::tuple(decodeInfo(s).rate, decodeInfo(s).channels, decodeLength(s)),
                   std::tuple(dsdgen::bitRate(multiple) / rate, channels, want->size()));
-        EXPECT_TRUE(readAll(s, uint32_t(frame)) == *want);
+        EXPECT_TRUE(readStream(s, uint32_t(frame)) == *want);
         // Mid DSF block and off a frame boundary, an odd DoP frame, the last frame, the end.
         const uint64_t frames = want->size() / frame;
         for (uint64_t f : {frames / 3 | 1, frames - 1, frames}) {
-            ASSERT_TRUE(dsdSeek(s, f * frame + 1));
-            EXPECT_TRUE(readAll(s, uint32_t(frame)) ==
+            ASSERT_TRUE(decodeSeek(s, f * frame + 1));
+            EXPECT_TRUE(readStream(s, uint32_t(frame), f * frame) ==
                         std::vector<uint8_t>(want->begin() + long(f * frame), want->end()));
         }
-        EXPECT_FALSE(dsdSeek(s, want->size() + frame));
-        dsdClose(s);
+        EXPECT_FALSE(decodeSeek(s, want->size() + frame));
+        decodeClose(s);
     }
 }
 
