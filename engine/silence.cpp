@@ -27,19 +27,21 @@ PauseSilence::PauseSilence(SilenceKind kind, int32_t alsaFormat, int32_t channel
     : kind_(kind), alsaFormat_(alsaFormat), channels_(channels), frameBytes_(frameBytes) {}
 
 uint32_t PauseSilence::fillArea(uint8_t* dst, uint32_t frames, uint8_t nextMarker) {
-    frames = evenFrames(kind_, frames);
-    size_t bytes = size_t(frames) * frameBytes_;
-    switch (kind_) {
-        case SilenceKind::Zero:
-            std::memset(dst, 0, bytes);
-            break;
-        case SilenceKind::DsdIdle:
-            fillDsdIdle(dst, bytes);
-            break;
-        case SilenceKind::Dop:
-            fillDopSilence(dst, frames, channels_, alsaFormat_, nextMarker);
-            break;
+    if (kind_ == SilenceKind::Dop) {
+        // Bring the silence written so far back to an even count when this
+        // area allows it; a lone frame is written anyway so the ring moves on.
+        if ((frames & 1) != uint32_t(owed_) && frames > 1) --frames;
+        uint8_t marker = owed_ ? marker_ : nextMarker;
+        fillDopSilence(dst, frames, channels_, alsaFormat_, marker);
+        marker_ = marker;
+        owed_ = owed_ != bool(frames & 1);
+        return frames;
     }
+    size_t bytes = size_t(frames) * frameBytes_;
+    if (kind_ == SilenceKind::DsdIdle)
+        fillDsdIdle(dst, bytes);
+    else
+        std::memset(dst, 0, bytes);
     return frames;
 }
 

@@ -77,8 +77,10 @@ TransferEnd mmapTransfer(const TransferContext& c, Source& src) {
         snd_pcm_uframes_t offset = 0, frames = 0;
         uint8_t* dst = mmapRoom(c.pcm, c.geometry.bufferFrames, offset, frames, started);
         snd_pcm_uframes_t commit = 0;
-        if (dst && pauseRequest.load()) {
-            commit = c.silence->fillArea(dst, uint32_t(frames), src.nextDopMarker());
+        bool paused = pauseRequest.load();
+        if (dst && (paused || c.silence->owesFrame())) {
+            uint32_t room = paused ? uint32_t(frames) : 1;
+            commit = c.silence->fillArea(dst, room, src.nextDopMarker());
         } else if (dst) {
             int64_t got = src.fillArea(dst, uint32_t(frames));
             if (got < 0) {
