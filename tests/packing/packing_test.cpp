@@ -1,5 +1,6 @@
 // Packing into the card's formats against hand-computed bytes.
 #include "engine/packing.h"
+#include "engine/silence.h"
 
 #include <gtest/gtest.h>
 
@@ -86,6 +87,20 @@ TEST(DsdPacking, DopSilenceInBothLayouts) {
         EXPECT_EQ(marker, kDopMarkerA);
         EXPECT_EQ(dopMarkerAt(&buf[buf.size() / 3], format), kDopMarkerA) << format;
     }
+}
+
+// A memory-mapped ring may offer one frame at its end: it takes a DoP frame,
+// and the next area completes the pair, so the stream's marker follows on.
+TEST(DsdPacking, PausedDopSettlesAnOddRingEnd) {
+    PauseSilence silence(SilenceKind::Dop, 10, 2, 8);
+    Bytes ring(8 * 5);
+    EXPECT_EQ(silence.fillArea(ring.data(), 5, kDopMarkerA), 4u);
+    EXPECT_EQ(silence.fillArea(ring.data(), 1, kDopMarkerA), 1u);
+    EXPECT_TRUE(silence.owesFrame());
+    EXPECT_EQ(silence.fillArea(ring.data() + 8, 4, kDopMarkerA), 3u);
+    EXPECT_FALSE(silence.owesFrame());
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(dopMarkerAt(&ring[8 * i], 10), i % 2 ? kDopMarkerB : kDopMarkerA) << i;
 }
 
 }  // namespace
