@@ -74,7 +74,7 @@ class Console : public testing::Test {
         fs::copy_file(std::string(TOVRIN_FIXTURES_DIR) + "/" + source, album_ + "/" + name);
     }
     void start(const std::string& lastEntry) {
-        ASSERT_TRUE(fx_.start(run_, {})) << run_.err();
+        ASSERT_TRUE(fx_.start(run_)) << run_.err();
         ASSERT_TRUE(run_.waitFor(Stream::Out, lastEntry, kWait)) << run_.out();
         ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait)) << run_.err();
     }

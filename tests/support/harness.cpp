@@ -27,8 +27,7 @@ void closeFd(int& fd) {
     fd = -1;
 }
 
-std::vector<std::string> childEnvironment(const std::string& workdir,
-                                          const std::map<std::string, std::string>& extra) {
+std::vector<std::string> childEnvironment(const std::string& workdir) {
     std::map<std::string, std::string> env;
     for (char** e = environ; *e; ++e) {
         std::string entry = *e;
@@ -37,7 +36,6 @@ std::vector<std::string> childEnvironment(const std::string& workdir,
     }
     env["ALSA_CONFIG_PATH"] = workdir + "/alsa.conf";
     env["TOVRIN_SANDBOX"] = workdir + "/sandbox";
-    for (const auto& [k, v] : extra) env[k] = v;
     std::vector<std::string> out;
     for (const auto& [k, v] : env) out.push_back(k + "=" + v);
     return out;
@@ -53,8 +51,7 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 bool ProgramRun::start(const std::string& binary, const std::vector<std::string>& args,
-                       const std::string& workdir,
-                       const std::map<std::string, std::string>& extraEnv) {
+                       const std::string& workdir) {
     if (pid_ > 0) return false;
     std::filesystem::create_directories(workdir + "/sandbox");
     ::signal(SIGPIPE, SIG_IGN);  // a child gone from its stdin must not kill the test
@@ -69,7 +66,7 @@ bool ProgramRun::start(const std::string& binary, const std::vector<std::string>
     posix_spawnattr_t attr;
     posix_spawnattr_init(&attr);
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);  // its own group, killed whole
-    std::vector<std::string> argStrings{binary}, envStrings = childEnvironment(workdir, extraEnv);
+    std::vector<std::string> argStrings{binary}, envStrings = childEnvironment(workdir);
     argStrings.insert(argStrings.end(), args.begin(), args.end());
     auto argv = pointers(argStrings), envp = pointers(envStrings);
     int rc = posix_spawn(&pid_, binary.c_str(), &actions, &attr, argv.data(), envp.data());
@@ -167,7 +164,6 @@ PlayerFixture::PlayerFixture(VdacConfig config) : vdac(std::move(config)) {
     writeVdacConfig(confPath, vdac);
 }
 
-bool PlayerFixture::start(ProgramRun& run, const std::vector<std::string>& args,
-                          const std::map<std::string, std::string>& extraEnv) {
-    return run.start(TOVRIN_BINARY, args, workdir, extraEnv);
+bool PlayerFixture::start(ProgramRun& run, const std::vector<std::string>& args) {
+    return run.start(TOVRIN_BINARY, args, workdir);
 }

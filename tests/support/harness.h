@@ -7,7 +7,6 @@
 
 #include <sys/types.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -23,11 +22,10 @@ class ProgramRun {
     ProgramRun& operator=(const ProgramRun&) = delete;
 
     // Environment: this process's, plus ALSA_CONFIG_PATH=<workdir>/alsa.conf,
-    // TOVRIN_SANDBOX=<workdir>/sandbox (created), then extraEnv (which may
-    // override either). The child runs in workdir. False (reason in err())
-    // when the program could not be started.
+    // TOVRIN_SANDBOX=<workdir>/sandbox (created). The child runs in workdir. False (reason in
+    // err()) when the program could not be started.
     bool start(const std::string& binary, const std::vector<std::string>& args,
-               const std::string& workdir, const std::map<std::string, std::string>& extraEnv = {});
+               const std::string& workdir);
 
     bool send(const std::string& text);  // false once the child's stdin is closed
     void closeInput();
@@ -56,8 +54,7 @@ class ProgramRun {
 struct PlayerFixture {
     explicit PlayerFixture(VdacConfig config = {});
     // Starts the built player in the working directory.
-    bool start(ProgramRun& run, const std::vector<std::string>& args,
-               const std::map<std::string, std::string>& extraEnv = {});
+    bool start(ProgramRun& run, const std::vector<std::string>& args = {});
 
     std::vector<VdacEvent> events() const { return readVdacLog(vdac.logPath); }
     std::vector<uint8_t> captured() const { return readFileBytes(vdac.capturePath); }
