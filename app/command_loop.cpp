@@ -25,7 +25,8 @@ void trackJump(const std::string& word) {
 void seekCommand(const std::string& word) {
     std::optional<SeekCommand> seek = parseSeek(word);
     if (!seek) return;
-    std::optional<int32_t> target = seekTarget(*seek, positionSeconds(), streamSeconds.load());
+    std::optional<int32_t> target =
+        seekTarget(*seek, positionSeconds(), playerControl.streamSeconds.load());
     if (!target) return;
     jumpTo(*target);
     if (seek->kind != SeekKind::Absolute) printElapsedTime();
@@ -54,7 +55,7 @@ bool runPlayingCommand(const std::string& word) {
     } else if (isLetter(word, 'h')) {
         printKeyHints();
     } else if (isLetter(word, 'i')) {
-        printTrackInfo();
+        printTrackInfo(playerControl);
         return true;
     } else {
         seekCommand(word);
@@ -65,7 +66,7 @@ bool runPlayingCommand(const std::string& word) {
 
 bool runCommand(const std::string& word) {
     if (word == "x" || word == "X") return false;
-    if (playerRunning.load() != 0)
+    if (playerControl.playerRunning.load() != 0)
         runPlayingCommand(word);
     else
         runIdleCommand(word);
@@ -76,14 +77,15 @@ int exitProgram() {
     saveSettings();
     writePathFile(currentFolder);
     // A thread still opening its file is stopped too, so none outlives the loop.
-    if (playerRunning.load() != 0 || playerThread.load() != 0) stopPlayer();
+    if (playerControl.playerRunning.load() != 0 || playerControl.playerThread.load() != 0)
+        stopPlayer();
     return 0;
 }
 
 int runCommandLoop() {
     CommandReader reader(stdin);
     for (;;) {
-        if (playerThread.load() == 0) {
+        if (playerControl.playerThread.load() == 0) {
             std::fputs("\n> ", stderr);
             std::fflush(stderr);
         }

@@ -1,14 +1,11 @@
 // The console front end's entry points, shared by its files and its tests.
 // Everything here runs on the main thread; the player thread is reached only
-// through the fields of app/control.h.
+// through the fields of control/control.h.
 #pragma once
 #include <string>
 
-#include "app/control.h"
+#include "control/control.h"
 
-// Player routines by [directInput ? 1 : 0][S32_LE, S24_3LE, S16_LE]. Defaults to
-// the engine's six routines; tests replace entries before selecting.
-extern PlayerRoutine playerVariants[2][3];
 // Sets playerRoutine from directInput and outputFormat, prints the output line
 // and the settings report.
 void selectPlayerVariant();

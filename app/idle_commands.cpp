@@ -63,9 +63,9 @@ void selectFile(const std::string& path, int64_t track) {
         std::fflush(stderr);
         return;
     }
-    seekSeconds.store(-1);
+    playerControl.seekSeconds.store(-1);
     if (track >= 1 && track <= static_cast<int64_t>(trackStartsMs.size()))
-        seekSeconds.store(trackStartsMs[track - 1] / 1000);
+        playerControl.seekSeconds.store(trackStartsMs[track - 1] / 1000);
     startPlayback(path);
 }
 
@@ -91,8 +91,9 @@ void runNumberCommand(const NumberCommand& number) {
 // A thread that is still opening its file decides which set the command
 // belongs to, so wait until it plays or gives up.
 bool waitForStartingPlayer() {
-    if (playerThread.load() == 0) return false;
-    while (playerRunning.load() == 0 && playerThread.load() != 0) sleepMs(20);
+    if (playerControl.playerThread.load() == 0) return false;
+    while (playerControl.playerRunning.load() == 0 && playerControl.playerThread.load() != 0)
+        sleepMs(20);
     return true;
 }
 

@@ -20,20 +20,20 @@ void printLoading() {
 // The player clears stopRequest last; until it has, a stop in flight belongs
 // to the old thread and a new one must not start beside it.
 bool playerLetGo() {
-    if (playerRunning.load() != 0) return false;
-    return playerThread.load() == 0 || stopRequest.load() == 0;
+    if (playerControl.playerRunning.load() != 0) return false;
+    return playerControl.playerThread.load() == 0 || playerControl.stopRequest.load() == 0;
 }
 
 void startThread() {
-    showAlsaSetup.store(1);
-    stopRequest.store(0);
+    playerControl.showAlsaSetup.store(1);
+    playerControl.stopRequest.store(0);
     // A nonzero handle marks "a thread exists" before the thread can run: a
     // player that ends at once then clears it after this store, never before.
-    playerThread.store(pthread_self());
+    playerControl.playerThread.store(pthread_self());
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, playerRoutine.load(), nullptr) != 0) {
-        playerThread.store(0);
-        showAlsaSetup.store(0);
+    if (pthread_create(&thread, nullptr, playerControl.playerRoutine.load(), &playerControl) != 0) {
+        playerControl.playerThread.store(0);
+        playerControl.showAlsaSetup.store(0);
         std::fputs("unable to start player thread\n", stderr);
         std::fflush(stderr);
         return;
@@ -42,8 +42,8 @@ void startThread() {
 }
 
 void playSlot(int index) {
-    queueIndex.store(index);
-    std::memcpy(currentPath, queuePaths[index], kPathSlot);
+    playerControl.queue.queueIndex.store(index);
+    std::memcpy(playerControl.currentPath, playerControl.queue.queuePaths[index], kPathSlot);
     printLoading();
     startThread();
 }
@@ -53,51 +53,52 @@ void playSlot(int index) {
 void buildPlayQueue(const std::string& selectedPath) {
     QueuePlan plan = planQueue(folderList, currentFolder, selectedPath, kQueueSlots, kPathSlot);
     for (size_t i = 0; i < plan.paths.size(); ++i)
-        copyPathSlot(queuePaths[i], plan.paths[i].c_str());
-    queueCount.store(static_cast<int32_t>(plan.paths.size()));
-    queueIndex.store(plan.index < 0 ? 0 : plan.index);
+        copyPathSlot(playerControl.queue.queuePaths[i], plan.paths[i].c_str());
+    playerControl.queue.queueCount.store(static_cast<int32_t>(plan.paths.size()));
+    playerControl.queue.queueIndex.store(plan.index < 0 ? 0 : plan.index);
 }
 
 void startPlayback(const std::string& selectedPath) {
-    if (!copyPathSlot(currentPath, selectedPath.c_str())) return;
+    if (!copyPathSlot(playerControl.currentPath, selectedPath.c_str())) return;
     buildPlayQueue(selectedPath);
     printLoading();
-    int32_t seek = seekSeconds.load();
+    int32_t seek = playerControl.seekSeconds.load();
     uint64_t now = nowMs();
-    playStartMs.store(seek == -1 ? now : now - uint64_t(int64_t(seek) * 1000));
+    playerControl.playStartMs.store(seek == -1 ? now : now - uint64_t(int64_t(seek) * 1000));
     startThread();
 }
 
 void stopPlayer() {
-    stopRequest.store(1);
-    pauseRequest.store(0);
+    playerControl.stopRequest.store(1);
+    playerControl.pauseRequest.store(0);
     while (!playerLetGo()) sleepMs(200);
 }
 
 void playNext() {
     stopPlayer();
-    int index = queueIndex.load();
-    if (index < queueCount.load() - 1) playSlot(index + 1);
+    int index = playerControl.queue.queueIndex.load();
+    if (index < playerControl.queue.queueCount.load() - 1) playSlot(index + 1);
 }
 
 void playPrevious() {
     stopPlayer();
-    int index = queueIndex.load();
-    if (index > 0 && index <= queueCount.load()) playSlot(index - 1);
+    int index = playerControl.queue.queueIndex.load();
+    if (index > 0 && index <= playerControl.queue.queueCount.load()) playSlot(index - 1);
 }
 
 void togglePause() {
-    if (pauseRequest.load() == 0) {
-        pauseStartMs.store(nowMs());
-        pauseRequest.store(1);
+    if (playerControl.pauseRequest.load() == 0) {
+        playerControl.pauseStartMs.store(nowMs());
+        playerControl.pauseRequest.store(1);
         return;
     }
-    pauseRequest.store(0);
-    playStartMs.store(playStartMs.load() + (nowMs() - pauseStartMs.load()));
+    playerControl.pauseRequest.store(0);
+    playerControl.playStartMs.store(playerControl.playStartMs.load() +
+                                    (nowMs() - playerControl.pauseStartMs.load()));
 }
 
 void jumpTo(int32_t seconds) {
-    pauseRequest.store(0);
-    playStartMs.store(nowMs() - uint64_t(int64_t(seconds) * 1000));
-    seekSeconds.store(seconds);
+    playerControl.pauseRequest.store(0);
+    playerControl.playStartMs.store(nowMs() - uint64_t(int64_t(seconds) * 1000));
+    playerControl.seekSeconds.store(seconds);
 }

@@ -73,7 +73,7 @@ void printSettingsReport() {
     pairLine("ALSA Buffer: ", s.bufferFrames, s.bufferTimeUs);
     const char* dsd = s.dsdMode == 0 ? "PCM" : s.dsdMode == 1 ? "DoP" : "Native";
     std::printf("DSD Mode: %s\n", dsd);
-    bool native = dsdNativeBE.load() != 0 || dsdNativeLE.load() != 0;
+    bool native = playerControl.dsdNativeBE.load() != 0 || playerControl.dsdNativeLE.load() != 0;
     std::printf("Supports DSD Native mode: %s\n", native ? "yes" : "no");
     if (s.dsdMode == 0) std::printf("PCM Samplerate for DSD: %d\n", s.dsdPcmRate);
     std::printf("Buffer access mode: %s\n", s.rwAccess == 0 ? "MMAP" : "RW");
@@ -85,8 +85,9 @@ void printSettingsReport() {
 }
 
 int64_t positionSeconds() {
-    uint64_t now = pauseRequest.load() != 0 ? pauseStartMs.load() : nowMs();
-    uint64_t start = playStartMs.load();
+    uint64_t now =
+        playerControl.pauseRequest.load() != 0 ? playerControl.pauseStartMs.load() : nowMs();
+    uint64_t start = playerControl.playStartMs.load();
     // A wall clock set back below the start reads as position 0, not as years.
     return now > start ? static_cast<int64_t>((now - start) / 1000) : 0;
 }

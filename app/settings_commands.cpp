@@ -57,7 +57,7 @@ void priorityCommand(int32_t value, bool nice) {
 }
 
 void nativeCommand() {
-    if (dsdNativeBE.load() == 0 && dsdNativeLE.load() == 0) {
+    if (playerControl.dsdNativeBE.load() == 0 && playerControl.dsdNativeLE.load() == 0) {
         say("DSD Native mode not supported by DAC or driver");
         return;
     }

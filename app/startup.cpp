@@ -10,6 +10,8 @@
 
 #include "app/frontend.h"
 #include "device/device.h"
+#include "device/pcm.h"
+#include "engine/packing.h"
 #include "library/folder.h"
 #include "settings/settings.h"
 #include "settings/tuning.h"
@@ -37,26 +39,22 @@ bool isBackgroundArgument(int argc, char** argv) {
 }
 
 void testOpenDevice() {
-    snd_pcm_t* pcm = nullptr;
-    int rc = snd_pcm_open(&pcm, "default", SND_PCM_STREAM_PLAYBACK, 0);
-    if (rc == 0) {
-        snd_pcm_close(pcm);
-        return;
-    }
+    int rc = 0;
+    if (openDefaultPcm(&rc)) return;
     std::fprintf(stderr, "unable to open pcm device: %s\n", snd_strerror(rc));
     std::fflush(stderr);
     if (!selectSoundCard()) std::exit(1);
 }
 
 void probeFormats() {
-    dsdNativeBE.store(probeOutputFormat(kFormatDsdU32BE) ? 1 : 0);
-    dsdNativeLE.store(probeOutputFormat(kFormatDsdU32LE) ? 1 : 0);
+    playerControl.dsdNativeBE.store(probeOutputFormat(kFormatDsdU32BE) ? 1 : 0);
+    playerControl.dsdNativeLE.store(probeOutputFormat(kFormatDsdU32LE) ? 1 : 0);
     if (probeOutputFormat(kFormatS32))
-        outputFormat.store(kFormatS32);
+        playerControl.outputFormat.store(kFormatS32);
     else if (probeOutputFormat(kFormatS24_3))
-        outputFormat.store(kFormatS24_3);
+        playerControl.outputFormat.store(kFormatS24_3);
     else
-        outputFormat.store(kFormatS16);
+        playerControl.outputFormat.store(kFormatS16);
 }
 
 int runBackground(const char* file) {
@@ -65,9 +63,9 @@ int runBackground(const char* file) {
     umask(0);
     setsid();
     detachStandardStreams();
-    showAlsaSetup.store(1);
-    copyPathSlot(currentPath, file);
-    playerRoutine.load()(nullptr);
+    playerControl.showAlsaSetup.store(1);
+    copyPathSlot(playerControl.currentPath, file);
+    playerControl.playerRoutine.load()(&playerControl);
     return 0;
 }
 
@@ -88,18 +86,17 @@ int tovrinMain(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
     if (isBackgroundArgument(argc, argv)) {
         detachStandardStreams();
-        backgroundMode = 1;
+        playerControl.backgroundMode.store(1);
     } else {
         std::printf("Tovrin for Linux. Console version\n\n");
         std::fflush(stdout);
     }
-    std::memset(sampleBuffer, 0, sizeof sampleBuffer);
     loadSettings();
     applyProcessTuning();
     if (settings.linesPerPage == 0) settings.linesPerPage = 100;
     testOpenDevice();
     probeFormats();
     selectPlayerVariant();
-    if (backgroundMode == 1) return runBackground(argv[1]);
+    if (playerControl.backgroundMode.load() == 1) return runBackground(argv[1]);
     return runInteractive();
 }

@@ -38,32 +38,56 @@ void run(benchmark::State& state, void (*op)(std::vector<uint8_t>&, std::vector<
 void BM_Memcpy(benchmark::State& s) {
     run(s, [](auto& w, auto& d) { std::memcpy(d.data(), w.data(), kBytes); });
 }
+constexpr size_t kSamples = kBytes / 4;
+
 void BM_FloatToS32(benchmark::State& s) {
-    run(s, [](auto& w, auto&) { convertFloatToS32(w.data(), kBytes); });
+    run(s, [](auto& w, auto&) {
+        packPcm(w.data(), SampleType::Float32, w.data(), kSamples, kFormatS32);
+    });
 }
 void BM_FloatToS24_3LE_InPlace(benchmark::State& s) {
-    run(s, [](auto& w, auto&) { convertFloatToS24_3LE(w.data(), w.data(), kBytes); });
+    run(s, [](auto& w, auto&) {
+        packPcm(w.data(), SampleType::Float32, w.data(), kSamples, kFormatS24_3);
+    });
 }
 void BM_FloatToS24_3LE_ToArea(benchmark::State& s) {
-    run(s, [](auto& w, auto& d) { convertFloatToS24_3LE(w.data(), d.data(), kBytes); });
+    run(s, [](auto& w, auto& d) {
+        packPcm(w.data(), SampleType::Float32, d.data(), kSamples, kFormatS24_3);
+    });
+}
+void BM_IntToS32(benchmark::State& s) {
+    run(s, [](auto& w, auto&) {
+        packPcm(w.data(), SampleType::Int32, w.data(), kSamples, kFormatS32);
+    });
 }
 void BM_DsdU32BE_Stereo(benchmark::State& s) {
-    run(s, [](auto& w, auto&) { packDsdU32BE(w.data(), kBytes, 2); });
+    run(s,
+        [](auto& w, auto&) { packDsdNative(w.data(), w.data(), kBytes / 8, 2, kFormatDsdU32BE); });
 }
 void BM_DsdU32LE_Stereo(benchmark::State& s) {
-    run(s, [](auto& w, auto&) { packDsdU32LE(w.data(), kBytes, 2); });
+    run(s,
+        [](auto& w, auto&) { packDsdNative(w.data(), w.data(), kBytes / 8, 2, kFormatDsdU32LE); });
 }
 void BM_DsdU32BE_6ch(benchmark::State& s) {
-    run(s, [](auto& w, auto&) { packDsdU32BE(w.data(), kBytes - kBytes % 24, 6); });
+    run(s,
+        [](auto& w, auto&) { packDsdNative(w.data(), w.data(), kBytes / 24, 6, kFormatDsdU32BE); });
+}
+void BM_Dop_Stereo(benchmark::State& s) {
+    // Raw bytes in the back half, DoP words written over the whole area.
+    run(s, [](auto& w, auto&) {
+        packDop(w.data() + kBytes / 2, w.data(), kBytes / 8, 2, kFormatS32, 0);
+    });
 }
 
 BENCHMARK(BM_Memcpy);
 BENCHMARK(BM_FloatToS32);
 BENCHMARK(BM_FloatToS24_3LE_InPlace);
 BENCHMARK(BM_FloatToS24_3LE_ToArea);
+BENCHMARK(BM_IntToS32);
 BENCHMARK(BM_DsdU32BE_Stereo);
 BENCHMARK(BM_DsdU32LE_Stereo);
 BENCHMARK(BM_DsdU32BE_6ch);
+BENCHMARK(BM_Dop_Stereo);
 
 }  // namespace
 

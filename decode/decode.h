@@ -1,24 +1,35 @@
 // Tovrin's decoding layer: opens an audio file by its content and delivers its
-// samples in one of a few stream kinds, exactly, with an exact length and
-// sample-exact seeking. Includes no ALSA header. Not thread-safe per stream;
-// different streams may live on different threads.
+// samples as it decodes them, exactly, with an exact length and sample-exact
+// seeking. Packing into a card's format is not done here. Includes no ALSA
+// header. Not thread-safe per stream; different streams may live on
+// different threads.
 #pragma once
 #include <cstdint>
 #include <string>
 
 enum class StreamKind {
-    Float,   // 32-bit float PCM; integer sources of up to 24 bits as sample / 2^(bits-1)
-    Int16,   // 16-bit signed PCM (DSD sources converted to PCM at pcmRate first)
-    DsdRaw,  // raw DSD bytes interleaved by channel, earliest bit in the MSB
-    Dop,     // DoP 1.1 words as float (signed 24-bit word / 8388608)
-    DsdPcm,  // DSD converted to float PCM at pcmRate
+    Pcm,     // a PCM file's samples (DSD content is converted as for DsdPcm)
+    DsdRaw,  // a DSD file's bytes interleaved by channel, earliest bit in the MSB
+    DsdPcm,  // a DSD file converted to PCM at pcmRate
+};
+
+// How one delivered sample is stored.
+enum class SampleType {
+    Int32,    // integer source, left-justified in 32 bits (any width up to 32)
+    Float32,  // float and lossy sources, full scale +-1.0
+    Float64,  // DSD converted to PCM, full scale +-1.0
+    DsdByte,  // one byte of DSD per channel
 };
 
 struct StreamInfo {
-    int32_t rate = 0;  // frames per second of the delivered data (DsdRaw: DSD bit rate / 8)
+    int32_t rate = 0;  // frames per second (DsdRaw: DSD bit rate / 8)
     int32_t channels = 0;
     int32_t sourceBits = 0;  // bit depth of lossless integer sources; 0 for lossy, float and DSD
+    SampleType sample = SampleType::Float32;
 };
+
+// DSD silence: as many ones as zeros. Shared by everything that pads DSD.
+constexpr uint8_t kDsdIdleByte = 0x69;
 
 struct DecodeStream;  // opaque
 
@@ -32,13 +43,15 @@ DecodeStream* decodeOpen(const char* path, StreamKind kind, int32_t pcmRate,
 void decodeClose(DecodeStream* s);
 
 StreamInfo decodeInfo(const DecodeStream* s);
-// Exact length of the delivered data in bytes.
+// Exact length of the delivered data in bytes (DsdRaw: the file's own bytes,
+// no padding).
 uint64_t decodeLength(const DecodeStream* s);
-double decodeBytesToSeconds(const DecodeStream* s, uint64_t bytes);
+// Bytes of one delivered frame: sample size x channels.
+uint32_t decodeFrameBytes(const DecodeStream* s);
 
-// Delivers at most `bytes` bytes, always a whole number of frames (DsdRaw: of
-// 4-byte groups per channel). Returns kDecodeEnd after the last byte or on a
-// fatal error; never more than the stated length in all.
+// Delivers at most `bytes` bytes, always a whole number of frames. Returns
+// kDecodeEnd after the last byte or on a fatal error; never more than the
+// stated length in all.
 uint32_t decodeRead(DecodeStream* s, void* buffer, uint32_t bytes);
 // Sample-exact: the next read starts at the frame holding byte position pos.
 bool decodeSeek(DecodeStream* s, uint64_t pos);

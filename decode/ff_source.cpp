@@ -15,7 +15,6 @@ constexpr int kDecodeThroughSeconds = 2;
 
 struct FfSource {
     std::string path;
-    StreamKind kind = StreamKind::Float;
     std::unique_ptr<FfInput> input;
     StreamInfo info;
     uint32_t frameBytes = 0;
@@ -27,6 +26,7 @@ struct FfSource {
     size_t head = 0;
     uint64_t next = 0;
     bool drained = false;
+    bool typed = false;  // the first decoded frame has fixed info.sample
 
     uint64_t queued() const { return (fifo.size() - head) / frameBytes; }
 };
@@ -56,10 +56,22 @@ void queueFrame(FfSource* s, int offset) {
     size_t at = s->fifo.size();
     s->fifo.resize(at + static_cast<size_t>(count) * s->frameBytes);
     SampleSource src{f->extended_data, static_cast<AVSampleFormat>(f->format), s->info.channels};
-    if (s->kind == StreamKind::Int16)
-        convertToInt16(src, offset, count, reinterpret_cast<int16_t*>(s->fifo.data() + at));
+    uint8_t* out = s->fifo.data() + at;
+    // A frame whose kind of sample differs from the stream's is left out; the
+    // read makes up the missing frames with silence.
+    bool integer = isIntegerSampleFormat(src.format);
+    if (!s->typed) {
+        s->info.sample = integer ? SampleType::Int32 : SampleType::Float32;
+        s->typed = true;
+    }
+    if (integer != (s->info.sample == SampleType::Int32)) {
+        s->fifo.resize(at);
+        return;
+    }
+    if (integer)
+        convertToInt32(src, offset, count, reinterpret_cast<int32_t*>(out));
     else
-        convertToFloat(src, offset, count, reinterpret_cast<float*>(s->fifo.data() + at));
+        convertToFloat(src, offset, count, reinterpret_cast<float*>(out));
 }
 
 bool decodeMore(FfSource* s) {
@@ -136,10 +148,12 @@ bool prepare(FfSource* s, std::string* error) {
         }
         if (!reopen(s, error)) return false;
     }
-    // The first frame settles the format the decoder really delivers.
-    s->info = {s->input->rate(), s->input->channels(), 0};
-    s->frameBytes =
-        static_cast<uint32_t>(s->info.channels) * (s->kind == StreamKind::Int16 ? 2 : 4);
+    // The first decoded frame's own sample format fixes the path: integer
+    // sources keep every bit, whatever the container claims.
+    s->info = {
+        s->input->rate(), s->input->channels(), 0,
+        isIntegerSampleFormat(s->input->sampleFormat()) ? SampleType::Int32 : SampleType::Float32};
+    s->frameBytes = static_cast<uint32_t>(s->info.channels) * 4;
     if (decodeMore(s)) {
         s->firstStart = s->input->frameStart();
         s->timestamps = s->firstStart != AV_NOPTS_VALUE && s->input->exactTimestamps();
@@ -154,13 +168,12 @@ bool prepare(FfSource* s, std::string* error) {
 }  // namespace
 
 FfSource* ffOpen(const char* path, StreamKind kind, std::string* error) {
-    if (kind != StreamKind::Float && kind != StreamKind::Int16) {
+    if (kind != StreamKind::Pcm) {
         if (error) *error = "not a DSD file";
         return nullptr;
     }
     auto s = std::make_unique<FfSource>();
     s->path = path;
-    s->kind = kind;
     if (!prepare(s.get(), error)) return nullptr;
     return s.release();
 }

@@ -1,4 +1,5 @@
-// Decoding of every non-DSD format through FFmpeg, as the Float or Int16 kind.
+// Decoding of every non-DSD format through FFmpeg, as 32-bit integer or float
+// samples, whichever the source's decoder delivers.
 // Internal to decode/; the contracts are those of decode.h.
 #pragma once
 #include <cstdint>

@@ -31,14 +31,6 @@ double floatSample(AVSampleFormat packed, const uint8_t* p) {
     return packed == AV_SAMPLE_FMT_DBL ? load<double>(p) : load<float>(p);
 }
 
-int16_t floatToInt16(double x) {
-    double p = static_cast<double>(static_cast<float>(x) * 32768.0f);
-    if (!(p == p)) return 0;
-    if (p >= 32767.0) return 32767;
-    if (p <= -32768.0) return -32768;
-    return static_cast<int16_t>(p);  // conversion truncates toward zero
-}
-
 // Calls fn(outIndex, samplePointer) for every sample in interleaved order.
 template <typename Fn>
 void forEachSample(const SampleSource& src, int first, int count, Fn fn) {
@@ -66,26 +58,13 @@ bool isIntegerSampleFormat(AVSampleFormat format) {
 
 void convertToFloat(const SampleSource& src, int first, int count, float* out) {
     const AVSampleFormat packed = av_get_packed_sample_fmt(src.format);
-    if (isIntegerSampleFormat(packed)) {
-        forEachSample(src, first, count, [&](size_t i, const uint8_t* p) {
-            out[i] = static_cast<float>(intSample(packed, p) / 2147483648.0);
-        });
-    } else {
-        forEachSample(src, first, count, [&](size_t i, const uint8_t* p) {
-            out[i] = static_cast<float>(floatSample(packed, p));
-        });
-    }
+    forEachSample(src, first, count, [&](size_t i, const uint8_t* p) {
+        out[i] = static_cast<float>(floatSample(packed, p));
+    });
 }
 
-void convertToInt16(const SampleSource& src, int first, int count, int16_t* out) {
+void convertToInt32(const SampleSource& src, int first, int count, int32_t* out) {
     const AVSampleFormat packed = av_get_packed_sample_fmt(src.format);
-    if (isIntegerSampleFormat(packed)) {
-        forEachSample(src, first, count, [&](size_t i, const uint8_t* p) {
-            out[i] = static_cast<int16_t>(intSample(packed, p) >> 16);
-        });
-    } else {
-        forEachSample(src, first, count, [&](size_t i, const uint8_t* p) {
-            out[i] = floatToInt16(floatSample(packed, p));
-        });
-    }
+    forEachSample(src, first, count,
+                  [&](size_t i, const uint8_t* p) { out[i] = intSample(packed, p); });
 }

@@ -1,4 +1,4 @@
-// Conversion of decoded FFmpeg sample data into the interleaved stream kinds.
+// Interleaving of decoded FFmpeg sample data into the layer's sample types.
 // Pure functions; no allocation.
 #pragma once
 extern "C" {
@@ -13,11 +13,9 @@ struct SampleSource {
     int channels;
 };
 
-// Integer samples become sample / 2^(bits-1) (exact up to 24 bits, computed
-// from the left-justified value); float samples pass through.
+// Float samples, narrowed to 32 bits where the source has 64.
 void convertToFloat(const SampleSource& src, int first, int count, float* out);
-// Integer samples keep their top 16 bits (arithmetic shift); float samples are
-// x * 32768 truncated toward zero and clipped to the 16-bit range.
-void convertToInt16(const SampleSource& src, int first, int count, int16_t* out);
+// Integer samples, left-justified in 32 bits, so one layout serves every width.
+void convertToInt32(const SampleSource& src, int first, int count, int32_t* out);
 
 bool isIntegerSampleFormat(AVSampleFormat format);

@@ -13,14 +13,14 @@ struct DecodeStream {
 
 namespace {
 
-uint32_t frameBytesOf(StreamKind kind, int channels) {
-    switch (kind) {
-        case StreamKind::Int16:
-            return 2u * channels;
-        case StreamKind::DsdRaw:
-            return 1u * channels;
+uint32_t sampleBytes(SampleType type) {
+    switch (type) {
+        case SampleType::DsdByte:
+            return 1;
+        case SampleType::Float64:
+            return 8;
         default:
-            return 4u * channels;
+            return 4;
     }
 }
 
@@ -37,7 +37,7 @@ DecodeStream* decodeOpen(const char* path, StreamKind kind, int32_t pcmRate, std
         if (!s->ff) return nullptr;
         s->info = ffInfo(s->ff);
     }
-    s->frameBytes = frameBytesOf(kind, s->info.channels);
+    s->frameBytes = sampleBytes(s->info.sample) * uint32_t(s->info.channels);
     return s.release();
 }
 
@@ -56,9 +56,8 @@ uint64_t decodeLength(const DecodeStream* s) {
     return s->dsd ? dsdLength(s->dsd) : ffLength(s->ff);
 }
 
-double decodeBytesToSeconds(const DecodeStream* s, uint64_t bytes) {
-    if (s->info.rate <= 0 || s->frameBytes == 0) return 0;
-    return static_cast<double>(bytes / s->frameBytes) / s->info.rate;
+uint32_t decodeFrameBytes(const DecodeStream* s) {
+    return s->frameBytes;
 }
 
 uint32_t decodeRead(DecodeStream* s, void* buffer, uint32_t bytes) {

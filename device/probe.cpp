@@ -1,18 +1,10 @@
 // Whether "default" takes a sample format, without installing anything.
 #include <alsa/asoundlib.h>
 
-#include <memory>
-
 #include "device/device.h"
+#include "device/pcm.h"
 
 namespace {
-
-struct PcmCloser {
-    void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
-};
-struct HwParamsFree {
-    void operator()(snd_pcm_hw_params_t* p) const { snd_pcm_hw_params_free(p); }
-};
 
 void silent(const char*, int, const char*, int, const char*, ...) {}
 
@@ -28,13 +20,9 @@ struct QuietAlsa {
 
 bool probeOutputFormat(int formatCode) {
     QuietAlsa quiet;
-    snd_pcm_t* raw = nullptr;
-    if (snd_pcm_open(&raw, "default", SND_PCM_STREAM_PLAYBACK, 0) < 0) return false;
-    std::unique_ptr<snd_pcm_t, PcmCloser> pcm(raw);
-
-    snd_pcm_hw_params_t* rawParams = nullptr;
-    if (snd_pcm_hw_params_malloc(&rawParams) < 0) return false;
-    std::unique_ptr<snd_pcm_hw_params_t, HwParamsFree> params(rawParams);
+    PcmHandle pcm = openDefaultPcm();
+    HwParams params = makeHwParams();
+    if (!pcm || !params) return false;
 
     if (snd_pcm_hw_params_any(pcm.get(), params.get()) < 0) return false;
     // The probe asks about RW interleaved whatever the access setting; a device

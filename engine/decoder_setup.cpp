@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "app/control.h"
 #include "engine/now_playing.h"
+#include "engine/packing.h"
 #include "settings/settings.h"
 
 bool isDsdFile(const char* path) {
@@ -18,43 +18,58 @@ bool isDsdFile(const char* path) {
 }
 
 StreamChoice chooseStream(int32_t outputFormat, bool dsdFile, int32_t dsdMode, bool nativeBE) {
-    if (outputFormat == kFormatS16) return {StreamKind::Int16, kFormatS16};
+    if (outputFormat == kFormatS16)
+        return {dsdFile ? StreamKind::DsdPcm : StreamKind::Pcm, CardStream::Pcm, kFormatS16};
     int32_t pcmFormat = outputFormat == kFormatS24_3 ? kFormatS24_3 : kFormatS32;
-    if (!dsdFile) return {StreamKind::Float, pcmFormat};
-    if (dsdMode == kDsdPcm) return {StreamKind::DsdPcm, pcmFormat};
+    if (!dsdFile) return {StreamKind::Pcm, CardStream::Pcm, pcmFormat};
+    if (dsdMode == kDsdPcm) return {StreamKind::DsdPcm, CardStream::Pcm, pcmFormat};
     // Native words exist only on a 32-bit card; a 24-bit one gets DoP instead.
     if (dsdMode == kDsdNative && pcmFormat == kFormatS32)
-        return {StreamKind::DsdRaw, nativeBE ? kFormatDsdU32BE : kFormatDsdU32LE};
-    return {StreamKind::Dop, pcmFormat};
+        return {StreamKind::DsdRaw, CardStream::DsdNative,
+                nativeBE ? kFormatDsdU32BE : kFormatDsdU32LE};
+    return {StreamKind::DsdRaw, CardStream::Dop, pcmFormat};
 }
 
-DecoderStream openDecoder(int32_t outputFormat, int32_t defaultBits) {
-    StreamChoice choice = chooseStream(outputFormat, isDsdFile(currentPath), settings.dsdMode,
-                                       dsdNativeBE.load() != 0);
+DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaultBits,
+                          bool nativeBE) {
+    StreamChoice choice = chooseStream(outputFormat, isDsdFile(path), settings.dsdMode, nativeBE);
     DecoderStream out;
-    out.kind = choice.kind;
+    out.card = choice.card;
     out.alsaFormat = choice.alsaFormat;
-    out.handle = decodeOpen(currentPath, choice.kind, settings.dsdPcmRate);
+    out.handle.reset(decodeOpen(path, choice.kind, settings.dsdPcmRate));
     if (!out.handle) return out;
 
-    StreamInfo info = decodeInfo(out.handle);
-    bool native = choice.alsaFormat == kFormatDsdU32BE || choice.alsaFormat == kFormatDsdU32LE;
-    // A DSD_U32 frame carries four of the raw stream's bytes per channel.
-    streamRate.store(native ? info.rate / 4 : info.rate);
-    streamBits.store(native ? 1 : (info.sourceBits ? info.sourceBits : defaultBits));
-    streamChannels.store(info.channels);
-
-    out.lengthBytes = decodeLength(out.handle);
-    int32_t seconds = int32_t(decodeBytesToSeconds(out.handle, out.lengthBytes));
-    streamSeconds.store(seconds);
-    std::string text = formatDuration(seconds);
-    std::snprintf(lengthText, sizeof lengthText, "%s", text.c_str());
+    const StreamInfo info = decodeInfo(out.handle.get());
+    const uint64_t length = decodeLength(out.handle.get());
+    const uint32_t frameBytes = decodeFrameBytes(out.handle.get());
+    out.sample = info.sample;
+    out.channels = info.channels;
+    out.bits = info.sourceBits ? info.sourceBits : defaultBits;
+    out.rate = info.rate;
+    out.decodedFrameBytes = frameBytes;
+    out.frames = frameBytes ? length / frameBytes : 0;
+    // A card frame takes 4 (native) or 2 (DoP) DSD bytes per channel; a last
+    // partial one is completed with the idle byte.
+    const uint32_t dsdBytes = out.card == CardStream::DsdNative ? 4
+                              : out.card == CardStream::Dop     ? 2
+                                                                : 0;
+    if (dsdBytes) {
+        out.rate = info.rate / int32_t(dsdBytes);
+        out.decodedFrameBytes = frameBytes * dsdBytes;
+        out.frames = (out.frames + dsdBytes - 1) / dsdBytes;
+        if (out.card == CardStream::DsdNative) out.bits = 1;
+    }
+    out.seconds = out.rate > 0 ? int32_t(out.frames / uint64_t(out.rate)) : 0;
     return out;
 }
 
-void closeDecoder(DecoderStream& stream) {
-    if (stream.handle) decodeClose(stream.handle);
-    stream.handle = nullptr;
+void publishStream(PlayerControl& pc, const DecoderStream& ds) {
+    pc.streamRate.store(ds.rate);
+    pc.streamBits.store(ds.bits);
+    pc.streamChannels.store(ds.channels);
+    pc.streamSeconds.store(ds.seconds);
+    std::string text = formatDuration(ds.seconds);
+    std::snprintf(pc.lengthText, sizeof pc.lengthText, "%s", text.c_str());
 }
 
 void printGetInfoError(GetInfoReport which) {

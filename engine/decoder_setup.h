@@ -1,35 +1,54 @@
-// Per-file decoder setup shared by every player routine: picks the stream kind
+// Per-file decoder setup shared by every player routine: picks the stream
 // that the routine's output format and the DSD settings call for, opens the
-// file and publishes its properties in the control block.
-// Player thread only (or the only thread in background mode).
+// file and says what it found. Player thread only (or the only thread in
+// background mode).
 #pragma once
 #include <cstdint>
+#include <memory>
 
+#include "control/control.h"
 #include "decode/decode.h"
 
 // True for paths ending in ".dff", ".DFF", ".dsf" or ".DSF" (no mixed case).
 bool isDsdFile(const char* path);
 
-struct DecoderStream {
-    DecodeStream* handle = nullptr;  // null: the file could not be opened
-    int32_t alsaFormat = 0;          // OutputSampleFormat code the file plays in
-    uint64_t lengthBytes = 0;        // exact length of the delivered data
-    StreamKind kind = StreamKind::Float;
-};
+// What the card receives: PCM samples, DSD_U32 words or DoP frames.
+enum class CardStream { Pcm, DsdNative, Dop };
 
-// Which stream kind and ALSA format a file gets; pure, for tests and setup.
+// Which decoding, card stream and ALSA format a file gets; pure.
 struct StreamChoice {
     StreamKind kind;
+    CardStream card;
     int32_t alsaFormat;
 };
 StreamChoice chooseStream(int32_t outputFormat, bool dsdFile, int32_t dsdMode, bool nativeBE);
 
-// Opens currentPath for a routine of outputFormat. defaultBits is shown when
-// the source has no integer resolution. On success writes streamRate,
-// streamChannels, streamBits, streamSeconds and lengthText. On failure the
-// handle is null and nothing is published.
-DecoderStream openDecoder(int32_t outputFormat, int32_t defaultBits);
-void closeDecoder(DecoderStream& stream);
+struct DecodeClose {
+    void operator()(DecodeStream* s) const { decodeClose(s); }
+};
+using DecodeHandle = std::unique_ptr<DecodeStream, DecodeClose>;
+
+// One opened file as a player routine sees it.
+struct DecoderStream {
+    DecodeHandle handle;  // null: the file could not be opened
+    CardStream card = CardStream::Pcm;
+    int32_t alsaFormat = 0;  // OutputSampleFormat code the file plays in
+    SampleType sample = SampleType::Float32;
+    int32_t rate = 0;  // card frames per second
+    int32_t channels = 0;
+    int32_t bits = 0;                // as the track report shows it
+    uint64_t frames = 0;             // card frames of the whole file
+    uint32_t decodedFrameBytes = 0;  // decoded bytes that make one card frame
+    int32_t seconds = 0;             // whole seconds, truncated
+};
+
+// Opens path for a routine of outputFormat. defaultBits is shown when the
+// source has no integer resolution.
+DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaultBits,
+                          bool nativeBE);
+
+// What the console and the track report need of the open file.
+void publishStream(PlayerControl& pc, const DecoderStream& ds);
 
 // The text a routine prints when a file cannot be opened ("GetInfo" report).
 enum class GetInfoReport { FullMemoryS32, FullMemoryOther, DirectInput };

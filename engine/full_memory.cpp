@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "engine/decoder_setup.h"
+#include "engine/frame_reader.h"
 #include "engine/output_device.h"
 #include "engine/player.h"
 #include "engine/player_traits.h"
@@ -22,11 +24,11 @@ struct LoadedFile {
     uint64_t bytes = 0;  // packed bytes that were decoded, whole card frames
     char path[kPathSlot] = {};
     int32_t alsaFormat = 0, channels = 0, rate = 0;
-    StreamKind kind = StreamKind::Float;
+    CardStream card = CardStream::Pcm;
 
-    bool holds(const DecoderStream& ds) const {
-        return data && std::strcmp(path, currentPath) == 0 && alsaFormat == ds.alsaFormat &&
-               kind == ds.kind && channels == streamChannels.load() && rate == streamRate.load();
+    bool holds(const char* current, const DecoderStream& ds) const {
+        return data && std::strcmp(path, current) == 0 && alsaFormat == ds.alsaFormat &&
+               card == ds.card && channels == ds.channels && rate == ds.rate;
     }
 };
 LoadedFile loaded;
@@ -41,29 +43,26 @@ bool allocateFor(uint64_t bytes) {
     return loaded.data != nullptr;
 }
 
-// Decodes the whole stream in 32 KiB chunks, packing each right after it
-// arrives; returns the packed bytes. Never writes past the allocation.
+// Decodes the whole stream in chunks, packing each as it arrives; returns the
+// packed bytes. Never writes past frames x frameBytes.
 template <class Fmt>
-uint64_t loadWhole(const DecoderStream& ds, uint32_t frameBytes) {
-    constexpr uint64_t kChunk = 32768;
-    const int channels = streamChannels.load();
-    uint8_t* const buf = loaded.data;
-    uint8_t* const scratch = Fmt::kDecodesInPlace ? nullptr : buf + Fmt::cardBytes(ds.lengthBytes);
-    uint64_t fill = 0, packed = 0;
-    while (fill < ds.lengthBytes) {
-        uint32_t ask = uint32_t(std::min(ds.lengthBytes - fill, kChunk));
-        uint8_t* target = Fmt::kDecodesInPlace ? buf + fill : scratch;
-        uint32_t got = decodeRead(ds.handle, target, ask);
-        if (got == kDecodeEnd || got == 0 || got > ask) break;
-        Fmt::pack(target, buf + packed, got, ds.alsaFormat, channels);
-        packed += Fmt::cardBytes(got);
-        if ((fill >> 24) != ((fill + got) >> 24)) {  // one dot per 16 MiB decoded
+uint64_t loadWhole(const DecoderStream& ds, uint32_t frameBytes, std::vector<uint8_t>& scratch) {
+    constexpr uint32_t kChunkFrames = 8192;
+    FrameReader reader(ds);
+    if (reader.needsScratch()) scratch.resize(size_t(kChunkFrames) * ds.decodedFrameBytes);
+    const uint64_t dotBytes = uint64_t(Fmt::kDecodedSampleBytes) * uint64_t(ds.channels);
+    uint64_t packed = 0;
+    while (!reader.finished()) {
+        const uint64_t before = reader.position() * dotBytes;
+        if (reader.read(loaded.data + packed, kChunkFrames, scratch.data(), scratch.size()) == 0)
+            break;
+        packed = reader.position() * frameBytes;
+        if ((before >> 24) != ((reader.position() * dotBytes) >> 24)) {  // a dot per 16 MiB
             std::fputc('.', stderr);
             std::fflush(stderr);
         }
-        fill += got;
     }
-    return packed / frameBytes * frameBytes;
+    return packed;
 }
 
 class FullMemorySource {
@@ -71,9 +70,8 @@ class FullMemorySource {
     static constexpr bool kReportUnderrun = true;
     static constexpr bool kReadEndStopsRun = false;
 
-    FullMemorySource(const uint8_t* data, uint64_t bytes, uint32_t frameBytes, int32_t rate,
-                     int32_t alsaFormat)
-        : data_(data), bytes_(bytes), frameBytes_(frameBytes), rate_(rate), format_(alsaFormat) {}
+    FullMemorySource(const uint8_t* data, uint64_t bytes, uint32_t frameBytes, int32_t rate)
+        : data_(data), bytes_(bytes), frameBytes_(frameBytes), rate_(rate) {}
 
     bool finished() const { return pos_ >= bytes_; }
     void seek(int32_t seconds) {
@@ -92,77 +90,70 @@ class FullMemorySource {
     void written(snd_pcm_sframes_t r) {
         if (r > 0) pos_ += uint64_t(r) * frameBytes_;
     }
-    uint8_t nextDopMarker() const {
-        if (pos_ < bytes_) return dopMarkerAt(data_ + pos_, format_);
-        return kDopMarkerA;
-    }
+    uint8_t nextDopMarker() const { return dopMarkerFor(pos_ / frameBytes_); }
 
   private:
     const uint8_t* data_;
     uint64_t bytes_;
     uint32_t frameBytes_;
     int32_t rate_;
-    int32_t format_;
     uint64_t pos_ = 0;
 };
 
 constexpr int kMode = int(LoadMode::FullMemory);
 
+}  // namespace
+
 template <class Fmt>
-void* fullMemoryPlayer() {
+void* fullMemoryPlayer(PlayerControl& pc) {
     RunObjects run;
-    if (!beginRun(run)) return endRun(RunEnd::MemoryFailure);
+    if (!beginRun(pc, run)) return endRun(pc, RunEnd::MemoryFailure);
     const GetInfoReport report = Fmt::kOutputFormat == kFormatS32 ? GetInfoReport::FullMemoryS32
                                                                   : GetInfoReport::FullMemoryOther;
+    std::vector<uint8_t> scratch;
     for (;;) {
-        DecoderStream ds = openDecoder(Fmt::kOutputFormat, Fmt::kDefaultBits[kMode]);
-        if (!ds.handle) return endRun(RunEnd::GetInfoFailure, report);
-        OutputDevice dev = openOutputDevice(ds.alsaFormat, run.params.get());
-        const int32_t channels = streamChannels.load(), rate = streamRate.load();
-        const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, channels);
+        DecoderStream ds = openDecoder(pc.currentPath, Fmt::kOutputFormat, Fmt::kDefaultBits[kMode],
+                                       pc.dsdNativeBE.load() != 0);
+        if (!ds.handle) return endRun(pc, RunEnd::GetInfoFailure, report);
+        publishStream(pc, ds);
+        OutputDevice dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get());
+        const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
 
-        bool reuse = loaded.holds(ds);
-        if (!reuse && !allocateFor(Fmt::fullMemoryAlloc(ds.lengthBytes))) {
-            closeDecoder(ds);
+        bool reuse = loaded.holds(pc.currentPath, ds);
+        // The slack keeps an empty file's allocation from being zero bytes.
+        if (!reuse && !allocateFor(ds.frames * frameBytes + 32768)) {
             dev.close();
-            return endRun(RunEnd::MemoryFailure);
+            return endRun(pc, RunEnd::MemoryFailure);
         }
-        playerRunning.store(1);
+        pc.playerRunning.store(1);
         if (!reuse) {
-            loaded.bytes = loadWhole<Fmt>(ds, frameBytes);
-            copyPathSlot(loaded.path, currentPath);
+            loaded.bytes = loadWhole<Fmt>(ds, frameBytes, scratch);
+            copyPathSlot(loaded.path, pc.currentPath);
             loaded.alsaFormat = ds.alsaFormat;
-            loaded.kind = ds.kind;
-            loaded.channels = channels;
-            loaded.rate = rate;
+            loaded.card = ds.card;
+            loaded.channels = ds.channels;
+            loaded.rate = ds.rate;
         }
-        closeDecoder(ds);
-        announceFile(run.params.get(), Fmt::kReportExtraLine[kMode]);
+        ds.handle.reset();
+        announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
 
-        FullMemorySource src(loaded.data, loaded.bytes, frameBytes, rate, ds.alsaFormat);
-        PauseSilence silence(silenceKindFor(ds.kind), ds.alsaFormat, channels, frameBytes);
-        TransferContext ctx{dev.pcm(), run.status.get(), readGeometry(run.params.get()), &silence};
+        FullMemorySource src(loaded.data, loaded.bytes, frameBytes, ds.rate);
+        PauseSilence silence(silenceFor(ds.card), ds.alsaFormat, ds.channels, frameBytes);
+        TransferContext ctx{pc, dev.pcm(), run.status.get(), readGeometry(run.params.get()),
+                            &silence};
         runTransfer(ctx, src, settings.rwAccess != 0);
         dev.close();
 
-        if (stopRequest.load()) return endRun(RunEnd::Stopped);
-        if (!advanceQueue()) return endRun(RunEnd::Natural);
+        if (pc.stopRequest.load()) return endRun(pc, RunEnd::Stopped);
+        if (!advanceQueue(pc)) return endRun(pc, RunEnd::Natural);
         std::fputs("Loading", stderr);
         std::fflush(stderr);
     }
 }
 
-}  // namespace
-
-void* fullMemoryPlayerS32(void*) {
-    return fullMemoryPlayer<FormatS32>();
-}
-void* fullMemoryPlayerS24(void*) {
-    return fullMemoryPlayer<FormatS24>();
-}
-void* fullMemoryPlayerS16(void*) {
-    return fullMemoryPlayer<FormatS16>();
-}
+template void* fullMemoryPlayer<FormatS32>(PlayerControl&);
+template void* fullMemoryPlayer<FormatS24>(PlayerControl&);
+template void* fullMemoryPlayer<FormatS16>(PlayerControl&);
 
 void releaseFullMemoryBuffer() {
     std::free(loaded.data);

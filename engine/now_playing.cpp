@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "app/control.h"
 #include "settings/settings.h"
 
 namespace {
@@ -26,18 +25,19 @@ std::string formatDuration(int32_t s) {
     return text;
 }
 
-void printTrackInfo() {
-    int32_t bits = streamBits.load();
-    int32_t rate = streamRate.load();
+void printTrackInfo(const PlayerControl& pc) {
+    int32_t bits = pc.streamBits.load();
+    int32_t rate = pc.streamRate.load();
     // Native DSD runs the card at a 32nd of the DSD bit rate; show the bit rate.
     int32_t shownRate = bits == 1 ? rate * 32 : rate;
     endLine();
-    std::printf("%s(%d/%d)   ", colorYellow, queueIndex.load() + 1, queueCount.load());
+    std::printf("%s(%d/%d)   ", colorYellow, pc.queue.queueIndex.load() + 1,
+                pc.queue.queueCount.load());
     endLine();
-    std::printf("%s%s%s", colorBrightGreen, currentPath, colorReset);
+    std::printf("%s%s%s", colorBrightGreen, pc.currentPath, colorReset);
     endLine();
     std::printf("%sLength: %s   Channels: %d   Samplerate: %d   Bits per sample: %d%s", colorYellow,
-                lengthText, streamChannels.load(), shownRate, bits, colorReset);
+                pc.lengthText, pc.streamChannels.load(), shownRate, bits, colorReset);
     endLine();
     endLine();
     std::fputs("> ", stderr);

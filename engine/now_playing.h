@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
-void printTrackInfo();
+#include "control/control.h"
+
+void printTrackInfo(const PlayerControl& pc);
 void printKeyHints();
 std::string formatDuration(int32_t seconds);

@@ -4,25 +4,12 @@
 #include <cstdlib>
 #include <utility>
 
-#include "app/control.h"
 #include "settings/settings.h"
-
-HwParams makeHwParams() {
-    snd_pcm_hw_params_t* p = nullptr;
-    if (snd_pcm_hw_params_malloc(&p) < 0) return HwParams();
-    return HwParams(p);  // the allocation is zero-filled
-}
-
-PcmStatus makePcmStatus() {
-    snd_pcm_status_t* p = nullptr;
-    if (snd_pcm_status_malloc(&p) < 0) return PcmStatus();
-    return PcmStatus(p);
-}
 
 OutputDevice& OutputDevice::operator=(OutputDevice&& other) noexcept {
     if (this != &other) {
         close();
-        pcm_ = std::exchange(other.pcm_, nullptr);
+        pcm_ = std::move(other.pcm_);
         format_ = other.format_;
         channels_ = other.channels_;
         rate_ = other.rate_;
@@ -32,9 +19,8 @@ OutputDevice& OutputDevice::operator=(OutputDevice&& other) noexcept {
 
 void OutputDevice::close() {
     if (!pcm_) return;
-    snd_pcm_drain(pcm_);
-    snd_pcm_close(pcm_);
-    pcm_ = nullptr;
+    snd_pcm_drain(pcm_.get());
+    pcm_.reset();
 }
 
 [[noreturn]] static void deviceFailure(const char* what, int code) {
@@ -61,24 +47,27 @@ void configureBuffering(snd_pcm_t* pcm, snd_pcm_hw_params_t* params) {
     }
 }
 
-OutputDevice openOutputDevice(int32_t alsaFormat, snd_pcm_hw_params_t* params) {
+OutputDevice openOutputDevice(int32_t alsaFormat, int32_t channels, int32_t rate,
+                              snd_pcm_hw_params_t* params) {
     OutputDevice dev;
-    int rc = snd_pcm_open(&dev.pcm_, "default", SND_PCM_STREAM_PLAYBACK, 0);
-    if (rc < 0) deviceFailure("unable to open pcm device", rc);
+    int rc = 0;
+    dev.pcm_ = openDefaultPcm(&rc);
+    if (!dev.pcm_) deviceFailure("unable to open pcm device", rc);
     dev.format_ = alsaFormat;
-    dev.channels_ = streamChannels.load();
-    dev.rate_ = streamRate.load();
+    dev.channels_ = channels;
+    dev.rate_ = rate;
+    snd_pcm_t* pcm = dev.pcm();
 
     // A value the card refuses leaves the space as it was; hw_params decides.
-    snd_pcm_hw_params_any(dev.pcm_, params);
+    snd_pcm_hw_params_any(pcm, params);
     snd_pcm_hw_params_set_access(
-        dev.pcm_, params,
+        pcm, params,
         settings.rwAccess ? SND_PCM_ACCESS_RW_INTERLEAVED : SND_PCM_ACCESS_MMAP_INTERLEAVED);
-    snd_pcm_hw_params_set_format(dev.pcm_, params, snd_pcm_format_t(alsaFormat));
-    snd_pcm_hw_params_set_channels(dev.pcm_, params, unsigned(dev.channels_));
-    snd_pcm_hw_params_set_rate(dev.pcm_, params, unsigned(dev.rate_), 0);
-    configureBuffering(dev.pcm_, params);
-    rc = snd_pcm_hw_params(dev.pcm_, params);
+    snd_pcm_hw_params_set_format(pcm, params, snd_pcm_format_t(alsaFormat));
+    snd_pcm_hw_params_set_channels(pcm, params, unsigned(dev.channels_));
+    snd_pcm_hw_params_set_rate(pcm, params, unsigned(dev.rate_), 0);
+    configureBuffering(pcm, params);
+    rc = snd_pcm_hw_params(pcm, params);
     if (rc < 0) deviceFailure("unable to set hw parameters", rc);
     return dev;
 }
@@ -108,9 +97,4 @@ void printAlsaSetup(const snd_pcm_hw_params_t* params, bool extraLine) {
         std::printf("\n");
         std::fflush(stdout);
     }
-}
-
-uint32_t cardFrameBytes(int32_t alsaFormat, int32_t channels) {
-    uint32_t width = alsaFormat == kFormatS24_3 ? 3 : alsaFormat == kFormatS16 ? 2 : 4;
-    return width * uint32_t(channels);
 }

@@ -7,20 +7,8 @@
 #include <alsa/asoundlib.h>
 
 #include <cstdint>
-#include <memory>
 
-struct HwParamsFree {
-    void operator()(snd_pcm_hw_params_t* p) const { snd_pcm_hw_params_free(p); }
-};
-struct StatusFree {
-    void operator()(snd_pcm_status_t* p) const { snd_pcm_status_free(p); }
-};
-using HwParams = std::unique_ptr<snd_pcm_hw_params_t, HwParamsFree>;
-using PcmStatus = std::unique_ptr<snd_pcm_status_t, StatusFree>;
-
-// Zero-filled objects, one of each per run; null only when out of memory.
-HwParams makeHwParams();
-PcmStatus makePcmStatus();
+#include "device/pcm.h"
 
 // An open, configured PCM. Closing drains first, so the end of what was
 // written plays out (after a drop there is nothing left to drain).
@@ -33,7 +21,7 @@ class OutputDevice {
     OutputDevice& operator=(OutputDevice&& other) noexcept;
     ~OutputDevice() { close(); }
 
-    snd_pcm_t* pcm() const { return pcm_; }
+    snd_pcm_t* pcm() const { return pcm_.get(); }
     explicit operator bool() const { return pcm_ != nullptr; }
     // Whether a stream of this configuration can follow without reopening.
     bool serves(int32_t format, int32_t channels, int32_t rate) const {
@@ -42,15 +30,16 @@ class OutputDevice {
     void close();
 
   private:
-    friend OutputDevice openOutputDevice(int32_t, snd_pcm_hw_params_t*);
-    snd_pcm_t* pcm_ = nullptr;
+    friend OutputDevice openOutputDevice(int32_t, int32_t, int32_t, snd_pcm_hw_params_t*);
+    PcmHandle pcm_;
     int32_t format_ = 0, channels_ = 0, rate_ = 0;
 };
 
-// Opens "default" for alsaFormat, streamChannels and streamRate with the
-// access mode, period and buffer of the settings; params keeps the result.
-// Exits the process on an open or hw_params failure.
-OutputDevice openOutputDevice(int32_t alsaFormat, snd_pcm_hw_params_t* params);
+// Opens "default" for alsaFormat, channels and rate with the access mode,
+// period and buffer of the settings; params keeps the result. Exits the
+// process on an open or hw_params failure.
+OutputDevice openOutputDevice(int32_t alsaFormat, int32_t channels, int32_t rate,
+                              snd_pcm_hw_params_t* params);
 void configureBuffering(snd_pcm_t* pcm, snd_pcm_hw_params_t* params);
 
 // What the device accepted, read back from the configured parameters.
@@ -64,6 +53,3 @@ DeviceGeometry readGeometry(const snd_pcm_hw_params_t* params);
 
 // The two-line period/buffer report on stdout; extraLine adds an empty line.
 void printAlsaSetup(const snd_pcm_hw_params_t* params, bool extraLine);
-
-// Bytes of one card frame for an ALSA format code and channel count.
-uint32_t cardFrameBytes(int32_t alsaFormat, int32_t channels);

@@ -1,28 +1,57 @@
-// Packing of decoded chunks into the card's sample format, in place or
-// straight into the card's memory-mapped area. Allocation-free; called by the
+// The one packer: every conversion of decoded data into the card's sample
+// format happens here, DoP framing included. Allocation-free; called by the
 // player thread between a read and the hand-over to ALSA.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 
-// floor(n / 4) floats -> S32_LE words in place (24 significant bits, truncated
-// toward zero, clipped to 0x7FFFFF00 / 0x80000000).
-void convertFloatToS32(void* buffer, uint32_t n);
-// floor(n / 4) floats from src -> 3-byte samples at dst (dst may equal src).
-void convertFloatToS24_3LE(const void* src, void* dst, uint32_t n);
-// Regroups raw DSD bytes (interleaved by channel) into DSD_U32 words in place;
-// bytes past the last whole 4-byte-per-channel group are left as they are.
-void packDsdU32BE(void* buffer, uint32_t n, int channels);
-void packDsdU32LE(void* buffer, uint32_t n, int channels);
+#include "decode/decode.h"
 
-// Silence for DSD outputs: zero bytes would be a full-scale DC level.
-constexpr uint8_t kDsdIdleByte = 0x69;
+// ALSA format codes the player uses.
+enum OutputSampleFormat : int32_t {
+    kFormatS16 = 2,
+    kFormatS32 = 10,
+    kFormatS24_3 = 32,
+    kFormatDsdU32LE = 50,
+    kFormatDsdU32BE = 52,
+};
+
+// Bytes of one card sample and of one card frame.
+uint32_t cardSampleBytes(int32_t alsaFormat);
+uint32_t cardFrameBytes(int32_t alsaFormat, int32_t channels);
+
+// PCM: `samples` decoded samples of type at src into the card's PCM format at
+// dst; dst may equal src (no card sample is wider than a decoded one).
+// Integer sources keep their top bits (all 32 on S32_LE). Float sources are
+// scaled to the card's width, truncated toward zero and clipped; on 24- and
+// 32-bit cards they carry 24 significant bits, taken from the value narrowed
+// to 32-bit float.
+void packPcm(const void* src, SampleType type, void* dst, size_t samples, int32_t alsaFormat);
+
+// Native DSD: frames x 4 raw bytes per channel (interleaved by channel) into
+// DSD_U32_BE or DSD_U32_LE words; dst may equal src.
+void packDsdNative(const void* src, void* dst, uint32_t frames, int channels, int32_t alsaFormat);
+
+// DoP 1.1 on S32_LE or S24_3LE: each frame carries the marker, then the
+// earlier and the later of two DSD bytes per channel. Markers alternate
+// 0x05 / 0xFA by frame number from the start of the file.
 constexpr uint8_t kDopMarkerA = 0x05;
 constexpr uint8_t kDopMarkerB = 0xFA;
+inline uint8_t dopMarkerFor(uint64_t frame) {
+    return frame & 1 ? kDopMarkerB : kDopMarkerA;
+}
+inline uint8_t otherDopMarker(uint8_t marker) {
+    return marker == kDopMarkerA ? kDopMarkerB : kDopMarkerA;
+}
+// frames x 2 raw bytes per channel at raw into DoP frames at dst; raw may lie
+// inside dst at or after dst + frames x (DoP frame - 2 x channels) bytes.
+// firstFrame is the file frame number of the first one.
+void packDop(const void* raw, void* dst, uint32_t frames, int channels, int32_t alsaFormat,
+             uint64_t firstFrame);
+
+// Silence for DSD outputs: zero bytes would be a full-scale DC level.
 void fillDsdIdle(void* dst, size_t bytes);
-// DoP silence frames in the card's layout (alsaFormat 10 = S32_LE, 32 = S24_3LE):
-// marker, then two idle bytes, markers alternating from nextMarker, which is
-// left holding the marker the following frame must carry.
-void fillDopSilence(void* dst, uint32_t frames, int channels, int alsaFormat, uint8_t& nextMarker);
-// The DoP marker of a packed frame's first word (alsaFormat 10 or 32).
-uint8_t dopMarkerAt(const void* frame, int alsaFormat);
+// DoP silence frames: markers alternating from nextMarker, which is left
+// holding the marker the following frame must carry.
+void fillDopSilence(void* dst, uint32_t frames, int channels, int32_t alsaFormat,
+                    uint8_t& nextMarker);

@@ -1,14 +1,14 @@
-// The six player routines: thread entries that play currentPath and then the
-// queue slots after queueIndex, under the protocol of the control block.
+// The player routines: thread entries that take the PlayerControl block as
+// their argument and play its currentPath, then the queue slots after
+// queueIndex, under the block's protocol.
 #pragma once
-#include "app/control.h"
+#include <cstdint>
 
-void* fullMemoryPlayerS32(void*);
-void* fullMemoryPlayerS24(void*);
-void* fullMemoryPlayerS16(void*);
-void* directInputPlayerS32(void*);
-void* directInputPlayerS24(void*);
-void* directInputPlayerS16(void*);
+#include "control/control.h"
+
+// The routine for a load mode and the card's PCM format (S32_LE, S24_3LE or
+// S16_LE; anything else is taken as S16_LE).
+PlayerRoutine playerRoutineFor(bool directInput, int32_t outputFormat);
 
 // Releases the Full Memory whole-file buffer ("di"); main thread, idle only.
 void releaseFullMemoryBuffer();

@@ -3,46 +3,45 @@
 #include <cstdio>
 #include <ctime>
 
-#include "app/control.h"
 #include "engine/now_playing.h"
 #include "settings/tuning.h"
 
-bool beginRun(RunObjects& run) {
-    streamRate.store(44100);
-    streamChannels.store(2);
-    streamBits.store(16);
+bool beginRun(PlayerControl& pc, RunObjects& run) {
+    pc.streamRate.store(44100);
+    pc.streamChannels.store(2);
+    pc.streamBits.store(16);
     run.params = makeHwParams();
     run.status = makePcmStatus();
     applyCoreAffinity();
     return run.params && run.status;
 }
 
-void announceFile(const snd_pcm_hw_params_t* params, bool extraLine) {
-    if (showAlsaSetup.load()) {
+void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool extraLine) {
+    if (pc.showAlsaSetup.load()) {
         printAlsaSetup(params, extraLine);
-        showAlsaSetup.store(0);
-        if (showKeyHints.load()) {
+        pc.showAlsaSetup.store(0);
+        if (pc.showKeyHints.load()) {
             printKeyHints();
-            showKeyHints.store(0);
+            pc.showKeyHints.store(0);
         }
     }
-    printTrackInfo();
-    if (seekSeconds.load() == -1) playStartMs.store(nowMs());
+    printTrackInfo(pc);
+    if (pc.seekSeconds.load() == -1) pc.playStartMs.store(nowMs());
 }
 
-bool advanceQueue() {
-    int32_t next = queueIndex.load() + 1;
-    if (next >= queueCount.load() || next >= kQueueSlots) return false;
-    queueIndex.store(next);
-    copyPathSlot(currentPath, queuePaths[next]);
+bool advanceQueue(PlayerControl& pc) {
+    int32_t next = pc.queue.queueIndex.load() + 1;
+    if (next >= pc.queue.queueCount.load() || next >= kQueueSlots) return false;
+    pc.queue.queueIndex.store(next);
+    copyPathSlot(pc.currentPath, pc.queue.queuePaths[next]);
     return true;
 }
 
-int32_t takeSeek() {
-    int32_t target = seekSeconds.load();
+int32_t takeSeek(PlayerControl& pc) {
+    int32_t target = pc.seekSeconds.load();
     if (target < 0) return -1;
-    seekSeconds.store(-1);
-    return target < streamSeconds.load() ? target : -1;
+    pc.seekSeconds.store(-1);
+    return target < pc.streamSeconds.load() ? target : -1;
 }
 
 void passSleep(unsigned bufferTimeUs) {
@@ -58,12 +57,12 @@ void printUnderrun() {
     std::fflush(stderr);
 }
 
-void* endRun(RunEnd how, GetInfoReport report) {
+void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report) {
     // Idle before the prompt shows: a command typed at it must not be taken
     // for a playing command. The command loop waits on playerRunning, so
     // stopRequest goes last.
-    playerRunning.store(0);
-    playerThread.store(0);
+    pc.playerRunning.store(0);
+    pc.playerThread.store(0);
     switch (how) {
         case RunEnd::Natural:
             std::fputs("\n> ", stderr);
@@ -79,6 +78,6 @@ void* endRun(RunEnd how, GetInfoReport report) {
             break;
     }
     std::fflush(stderr);
-    stopRequest.store(0);
+    pc.stopRequest.store(0);
     return nullptr;
 }

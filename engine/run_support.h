@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "control/control.h"
 #include "engine/decoder_setup.h"
 #include "engine/output_device.h"
 
@@ -17,17 +18,17 @@ struct RunObjects {
 
 // Resets the stream fields, makes the run objects and applies the core
 // selection. False when the objects could not be allocated.
-bool beginRun(RunObjects& run);
+bool beginRun(PlayerControl& pc, RunObjects& run);
 
 // The ALSA report and key hints for the first file of a run, then the track
 // report; then the file's clock starts unless a seek is pending.
-void announceFile(const snd_pcm_hw_params_t* params, bool extraLine);
+void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool extraLine);
 
 // Moves to the next queue slot and makes it currentPath; false at the end.
-bool advanceQueue();
+bool advanceQueue(PlayerControl& pc);
 
 // Consumes a pending seek: its seconds when inside the file, else -1.
-int32_t takeSeek();
+int32_t takeSeek(PlayerControl& pc);
 
 // One pacing sleep of a sixteenth of the device's buffer time.
 void passSleep(unsigned bufferTimeUs);
@@ -38,4 +39,4 @@ enum class RunEnd { Natural, Stopped, GetInfoFailure, MemoryFailure };
 
 // Prints what the ending calls for, then clears playerRunning, playerThread
 // and last stopRequest. Returns the thread result (null).
-void* endRun(RunEnd how, GetInfoReport report = GetInfoReport::DirectInput);
+void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report = GetInfoReport::DirectInput);

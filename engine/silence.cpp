@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
-#include "app/control.h"
 #include "engine/packing.h"
 
 namespace {
-// Scratch for DSD silence in read/write access; sampleBuffer stays all zero.
-uint8_t dsdSilence[kSampleBufferBytes];
+constexpr uint32_t kSilenceBytes = 1 << 20;
+// The read/write transfer's silence: 1 MiB of zero samples, and scratch for
+// the DSD kinds.
+const uint8_t zeroSilence[kSilenceBytes] = {};
+uint8_t dsdSilence[kSilenceBytes];
 
 // DoP silence must come in pairs of frames to keep the marker phase.
 uint32_t evenFrames(SilenceKind kind, uint64_t frames) {
@@ -16,10 +18,10 @@ uint32_t evenFrames(SilenceKind kind, uint64_t frames) {
 }
 }  // namespace
 
-SilenceKind silenceKindFor(StreamKind kind) {
-    if (kind == StreamKind::DsdRaw) return SilenceKind::DsdIdle;
-    if (kind == StreamKind::Dop) return SilenceKind::Dop;
-    return SilenceKind::Zero;
+SilenceKind silenceFor(CardStream card) {
+    return card == CardStream::DsdNative ? SilenceKind::DsdIdle
+           : card == CardStream::Dop     ? SilenceKind::Dop
+                                         : SilenceKind::Zero;
 }
 
 PauseSilence::PauseSilence(SilenceKind kind, int32_t alsaFormat, int32_t channels,
@@ -46,8 +48,8 @@ uint32_t PauseSilence::fillArea(uint8_t* dst, uint32_t frames, uint8_t nextMarke
 }
 
 const uint8_t* PauseSilence::chunk(uint64_t avail, uint8_t nextMarker, uint32_t& frames) {
-    frames = evenFrames(kind_, std::min<uint64_t>(avail, kSampleBufferBytes / frameBytes_));
-    if (kind_ == SilenceKind::Zero) return sampleBuffer;
+    frames = evenFrames(kind_, std::min<uint64_t>(avail, kSilenceBytes / frameBytes_));
+    if (kind_ == SilenceKind::Zero) return zeroSilence;
     fillArea(dsdSilence, frames, nextMarker);
     return dsdSilence;
 }

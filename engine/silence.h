@@ -6,11 +6,10 @@
 #pragma once
 #include <cstdint>
 
-#include "decode/decode.h"
+#include "engine/decoder_setup.h"
 
 enum class SilenceKind { Zero, DsdIdle, Dop };
-
-SilenceKind silenceKindFor(StreamKind kind);
+SilenceKind silenceFor(CardStream card);
 
 class PauseSilence {
   public:

@@ -15,12 +15,12 @@
 #pragma once
 #include <alsa/asoundlib.h>
 
-#include "app/control.h"
 #include "engine/output_device.h"
 #include "engine/run_support.h"
 #include "engine/silence.h"
 
 struct TransferContext {
+    PlayerControl& pc;
     snd_pcm_t* pcm;
     snd_pcm_status_t* status;
     DeviceGeometry geometry;
@@ -30,15 +30,15 @@ struct TransferContext {
 enum class TransferEnd { Done, Stopped, ReadFailed };
 
 template <class Source>
-void applySeek(Source& src) {
-    int32_t target = takeSeek();
+void applySeek(const TransferContext& c, Source& src) {
+    int32_t target = takeSeek(c.pc);
     if (target >= 0) src.seek(target);
 }
 
 // The pause between passes; true, with the device dropped, when a stop came.
 inline bool passEndsRun(const TransferContext& c) {
     passSleep(c.geometry.bufferTimeUs);
-    if (!stopRequest.load()) return false;
+    if (!c.pc.stopRequest.load()) return false;
     snd_pcm_drop(c.pcm);
     return true;
 }
@@ -73,19 +73,19 @@ TransferEnd mmapTransfer(const TransferContext& c, Source& src) {
             snd_pcm_prepare(c.pcm);
             started = false;
         }
-        applySeek(src);
+        applySeek(c, src);
         snd_pcm_uframes_t offset = 0, frames = 0;
         uint8_t* dst = mmapRoom(c.pcm, c.geometry.bufferFrames, offset, frames, started);
         snd_pcm_uframes_t commit = 0;
-        bool paused = pauseRequest.load();
+        bool paused = c.pc.pauseRequest.load();
         if (dst && (paused || c.silence->owesFrame())) {
             uint32_t room = paused ? uint32_t(frames) : 1;
             commit = c.silence->fillArea(dst, room, src.nextDopMarker());
         } else if (dst) {
             int64_t got = src.fillArea(dst, uint32_t(frames));
             if (got < 0) {
-                if (Source::kReadEndStopsRun) stopRequest.store(1);
-                if (stopRequest.load()) snd_pcm_drop(c.pcm);
+                if (Source::kReadEndStopsRun) c.pc.stopRequest.store(1);
+                if (c.pc.stopRequest.load()) snd_pcm_drop(c.pcm);
                 return TransferEnd::ReadFailed;
             }
             commit = snd_pcm_uframes_t(got);
@@ -113,9 +113,9 @@ TransferEnd rwTransfer(const TransferContext& c, Source& src) {
             if (Source::kReportUnderrun) printUnderrun();
             snd_pcm_prepare(c.pcm);
         } else if (avail > 0) {
-            applySeek(src);
+            applySeek(c, src);
             uint32_t frames = 0;
-            if (pauseRequest.load()) {
+            if (c.pc.pauseRequest.load()) {
                 const uint8_t* data =
                     c.silence->chunk(uint64_t(avail), src.nextDopMarker(), frames);
                 if (frames && snd_pcm_writei(c.pcm, data, frames) < 0) snd_pcm_prepare(c.pcm);

@@ -28,24 +28,24 @@ void* testPlayer(void*) {
     mostLiveThreads.store(std::max(mostLiveThreads.load(), ++liveThreads));
     sleepMs(startDelayMs.load());
     if (!failToStart.load()) {
-        streamSeconds.store(300);
-        playerRunning.store(1);
+        playerControl.streamSeconds.store(300);
+        playerControl.playerRunning.store(1);
         std::lock_guard<std::mutex> lock(seenLock);
-        played.push_back(currentPath);
+        played.push_back(playerControl.currentPath);
     }
-    while (playerRunning.load() != 0 && stopRequest.load() == 0) {
-        if (int32_t seek = seekSeconds.load(); seek != -1) {
+    while (playerControl.playerRunning.load() != 0 && playerControl.stopRequest.load() == 0) {
+        if (int32_t seek = playerControl.seekSeconds.load(); seek != -1) {
             std::lock_guard<std::mutex> lock(seenLock);
             seeks.push_back(seek);
-            seekSeconds.store(-1);
+            playerControl.seekSeconds.store(-1);
         }
-        if (pauseRequest.load() != 0) ++pausedPasses;
+        if (playerControl.pauseRequest.load() != 0) ++pausedPasses;
         sleepMs(2);
     }
     --liveThreads;
-    playerRunning.store(0);
-    playerThread.store(0);
-    stopRequest.store(0);
+    playerControl.playerRunning.store(0);
+    playerControl.playerThread.store(0);
+    playerControl.stopRequest.store(0);
     return nullptr;
 }
 
@@ -53,8 +53,8 @@ bool eventually(bool (*pred)()) {
     for (int i = 0; i < 500 && !pred(); ++i) sleepMs(10);
     return pred();
 }
-const auto playing = [] { return playerRunning.load() != 0; };
-const auto seekTaken = [] { return seekSeconds.load() == -1; };
+const auto playing = [] { return playerControl.playerRunning.load() != 0; };
+const auto seekTaken = [] { return playerControl.seekSeconds.load() == -1; };
 
 class Frontend : public testing::Test {
   protected:
@@ -62,18 +62,18 @@ class Frontend : public testing::Test {
         fs::current_path(dir_.path());  // a stray settings command saves here
         applySandbox(dir_.path().c_str());
         settings = Settings{.directInput = 1};  // no "Loading" between the lines
-        playerRoutine.store(testPlayer);
+        playerControl.playerRoutine.store(testPlayer);
         played.clear();
         seeks.clear();
         startDelayMs.store(0);
         mostLiveThreads.store(0);
-        seekSeconds.store(-1);
+        playerControl.seekSeconds.store(-1);
         folderList = {"..", "a.flac", "b.txt", "c.FLAC", "e.wav"};
         for (size_t i = 1; i < folderList.size(); ++i) writeFileBytes(path(folderList[i]), {});
         currentFolder = dir_.path();
     }
     void TearDown() override {
-        if (playerThread.load() != 0) stopPlayer();
+        if (playerControl.playerThread.load() != 0) stopPlayer();
         fs::current_path(cwd_);
     }
     void play(const char* word) {
@@ -89,10 +89,10 @@ TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
     play("3");
     play("n");
     runCommand("N");  // at the last slot: only the stop
-    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    EXPECT_EQ(playerControl.playerThread.load(), pthread_t(0));
     play("1");
     runCommand("p");  // at the first slot: only the stop
-    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    EXPECT_EQ(playerControl.playerThread.load(), pthread_t(0));
     play("4");
     play("P");
     std::lock_guard<std::mutex> lock(seenLock);
@@ -103,7 +103,7 @@ TEST_F(Frontend, NextAndPreviousWalkTheQueueAndStopAtItsEnds) {
 
 TEST_F(Frontend, PauseFreezesTheClockAndOnlySeekWordsSeekWhilePlaying) {
     play("1");
-    playStartMs.store(nowMs() - 9000);
+    playerControl.playStartMs.store(nowMs() - 9000);
     runCommand("b");
     ASSERT_TRUE(eventually([] { return pausedPasses.load() > 0; }));
     testing::internal::CaptureStderr();
@@ -111,7 +111,7 @@ TEST_F(Frontend, PauseFreezesTheClockAndOnlySeekWordsSeekWhilePlaying) {
     sleepMs(1100);
     runCommand("T");
     runCommand("B");
-    EXPECT_EQ(pauseRequest.load(), 0);
+    EXPECT_EQ(playerControl.pauseRequest.load(), 0);
     EXPECT_EQ(positionSeconds(), 9);  // the paused second does not count
     runCommand("90");
     EXPECT_TRUE(eventually(seekTaken));
@@ -131,10 +131,10 @@ TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
     startDelayMs.store(200);
     runCommand("1");
     runCommand("2");  // read as a seek to 0:02 once the first thread plays
-    EXPECT_EQ(playerRunning.load(), 1);
+    EXPECT_EQ(playerControl.playerRunning.load(), 1);
     ASSERT_TRUE(eventually(seekTaken));
     runCommand("s");
-    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    EXPECT_EQ(playerControl.playerThread.load(), pthread_t(0));
     EXPECT_EQ(seeks, std::vector<int32_t>{2});
 
     failToStart.store(true);
@@ -143,7 +143,7 @@ TEST_F(Frontend, NumberWhileStartingWaitsForTheSetThatApplies) {
     runCommand("3");  // the first gives up: the number then starts the third entry
     failToStart.store(false);
     ASSERT_TRUE(eventually(playing));
-    EXPECT_STREQ(currentPath, path("c.FLAC").c_str());
+    EXPECT_STREQ(playerControl.currentPath, path("c.FLAC").c_str());
     EXPECT_EQ(mostLiveThreads.load(), 1);
 }
 

@@ -48,11 +48,12 @@ TEST_P(Controls, StopDropsAtOnceAndPrintsNoPrompt) {
     Card card({"S32_LE"}, 1);
     RunText text = play({f.path()}, GetParam(), kFormatS32, [] {
         hold(300);
-        stopRequest.store(1);
-        pauseRequest.store(0);
+        playerControl.stopRequest.store(1);
+        playerControl.pauseRequest.store(0);
     });
-    EXPECT_EQ(std::tuple(stopRequest.load(), playerRunning.load()), std::tuple(0, 0));
-    EXPECT_EQ(playerThread.load(), pthread_t(0));
+    EXPECT_EQ(std::tuple(playerControl.stopRequest.load(), playerControl.playerRunning.load()),
+              std::tuple(0, 0));
+    EXPECT_EQ(playerControl.playerThread.load(), pthread_t(0));
     EXPECT_EQ(text.err.find("\n> "), std::string::npos) << text.err;
     EXPECT_EQ(card.count("drop"), 1u);
     EXPECT_LT(card.capture().size(), expectedCardBytes(f, kFormatS32).size() / 2);
@@ -68,14 +69,14 @@ TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
         const Fixture f = fixture(pcm ? "flac-s16-44k1-stereo.flac" : "dsf-dsd64-2ch.dsf");
         Card card({"DSD_U32_BE", "S32_LE"}, 1);
         settings.dsdMode = dsdMode;
-        dsdNativeBE.store(1);
+        playerControl.dsdNativeBE.store(1);
         RunText text = play({f.path()}, GetParam(), kFormatS32, [pcm] {
             hold(300);
-            pauseRequest.store(1);
+            playerControl.pauseRequest.store(1);
             hold(300);
-            pauseRequest.store(0);
+            playerControl.pauseRequest.store(0);
             hold(pcm ? 200 : 0);
-            if (pcm) seekSeconds.store(2);
+            if (pcm) playerControl.seekSeconds.store(2);
         });
         EXPECT_TRUE(text.err.ends_with("\n> "));
         EXPECT_EQ(card.count("xrun"), 0u);
@@ -87,7 +88,8 @@ TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
             EXPECT_GT(pausedFrames(cap, ref, tail, std::vector<uint8_t>(8, 0)),
                       size_t(f.rate) / 10);  // most of the 300 ms pause
         } else if (dsdMode == kDsdNative) {
-            packDsdU32BE(ref.data(), uint32_t(ref.size()), f.channels);
+            packDsdNative(ref.data(), ref.data(), uint32_t(ref.size() / (4 * f.channels)),
+                          f.channels, kFormatDsdU32BE);
             EXPECT_GT(pausedFrames(cap, ref, 0, std::vector<uint8_t>(8, kDsdIdleByte)), 0u);
         } else {
             ASSERT_EQ(cap.size() % 8, 0u);

@@ -14,7 +14,7 @@ namespace {
 struct Case {
     std::vector<std::string> files;
     Mode mode;
-    int32_t card = kFormatS32;  // outputFormat
+    int32_t card = kFormatS32;  // playerControl.outputFormat
     int seek = -1;              // pending seek in seconds when the run starts
     size_t sessions = 1;        // device opens the run needs
     double speed = 0;           // card speed; 50 makes read/write access underrun
@@ -93,10 +93,11 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     settings.bufferFrames = c.speed ? 2048 : 4096;
     settings.dsdMode = c.dsdMode;
     const int pcmRate = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
-    if (!c.native.empty()) (c.native == "DSD_U32_BE" ? dsdNativeBE : dsdNativeLE).store(1);
+    if (!c.native.empty())
+        (c.native == "DSD_U32_BE" ? playerControl.dsdNativeBE : playerControl.dsdNativeLE).store(1);
     std::vector<std::string> paths;
     for (const std::string& name : c.files) paths.push_back(fixture(name).path());
-    if (c.seek >= 0) seekSeconds.store(c.seek);
+    if (c.seek >= 0) playerControl.seekSeconds.store(c.seek);
     RunText text = play(paths, c.mode, c.card);
 
     const std::vector<uint8_t> cap = card.capture();
@@ -134,15 +135,16 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     EXPECT_EQ(hw[0].fields["rate"] + " " + hw[0].fields["format"] + " " + hw[0].fields["access"],
               std::to_string(rate) + " " + cardFormat +
                   (c.mode.rw ? " RW_INTERLEAVED" : " MMAP_INTERLEAVED"));
-    EXPECT_EQ(std::tuple(queueIndex.load(), seekSeconds.load(), playerRunning.load()),
+    EXPECT_EQ(std::tuple(playerControl.queue.queueIndex.load(), playerControl.seekSeconds.load(),
+                         playerControl.playerRunning.load()),
               std::tuple(int32_t(c.files.size() - 1), -1, 0));
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
     EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
     // Published for the now-playing line (the last file's); native DSD shows its bit rate.
     const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
-    EXPECT_EQ(streamBits.load(), !c.native.empty() ? 1 : f.bits ? f.bits : bits);
-    EXPECT_EQ(streamSeconds.load(), seconds);
-    EXPECT_EQ(lengthText, "00:0" + std::to_string(seconds));
+    EXPECT_EQ(playerControl.streamBits.load(), !c.native.empty() ? 1 : f.bits ? f.bits : bits);
+    EXPECT_EQ(playerControl.streamSeconds.load(), seconds);
+    EXPECT_EQ(playerControl.lengthText, "00:0" + std::to_string(seconds));
     const int shown = c.native.empty() ? rate : first.rate;
     EXPECT_NE(text.out.find("Samplerate: " + std::to_string(shown) + " "), std::string::npos);
 
@@ -170,14 +172,16 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
         for (int32_t format : {kFormatS32, kFormatS24_3, kFormatS16}) {
             SCOPED_TRACE(testing::Message() << di << " " << formatName(format));
             Card card({formatName(format)});
-            stopRequest.store(1);  // a stale request must be cleared too
+            playerControl.stopRequest.store(1);  // a stale request must be cleared too
             RunText text = play({junk, wav.path()}, {di, false}, format);
             const std::string error = "\nGetInfo error\n";
             EXPECT_EQ(text.out, di ? error : "");
             EXPECT_EQ(text.err, di ? "\n> " : error + (format == kFormatS32 ? "> " : "\n> "));
             EXPECT_TRUE(card.capture().empty());  // the rest of the queue is not tried
-            EXPECT_EQ(std::tuple(playerRunning.load(), stopRequest.load()), std::tuple(0, 0));
-            EXPECT_EQ(playerThread.load(), pthread_t(0));
+            EXPECT_EQ(
+                std::tuple(playerControl.playerRunning.load(), playerControl.stopRequest.load()),
+                std::tuple(0, 0));
+            EXPECT_EQ(playerControl.playerThread.load(), pthread_t(0));
         }
     // A later file that fails still lets the earlier one play out.
     Card card({"S32_LE"});

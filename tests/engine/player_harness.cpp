@@ -27,42 +27,41 @@ Card::Card(std::vector<std::string> formats, double speed) {
     setColors(false);
     tuningSeams.configuredCpus = [] { return 1L; };  // never touch affinity
     tuningSeams.setAffinity = [](pid_t, const cpu_set_t&) { return 0; };
-    for (auto* flag : {&stopRequest, &pauseRequest, &playerRunning, &dsdNativeBE, &dsdNativeLE})
+    for (auto* flag :
+         {&playerControl.stopRequest, &playerControl.pauseRequest, &playerControl.playerRunning,
+          &playerControl.dsdNativeBE, &playerControl.dsdNativeLE})
         flag->store(0);
-    seekSeconds.store(-1);
-    playerThread.store(0);
-    showAlsaSetup.store(1);
-    showKeyHints.store(0);
+    playerControl.seekSeconds.store(-1);
+    playerControl.playerThread.store(0);
+    playerControl.showAlsaSetup.store(1);
+    playerControl.showKeyHints.store(0);
     releaseFullMemoryBuffer();
 }
 
 RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaFormat,
              const std::function<void()>& drive) {
-    static const PlayerRoutine routines[2][3] = {
-        {fullMemoryPlayerS16, fullMemoryPlayerS24, fullMemoryPlayerS32},
-        {directInputPlayerS16, directInputPlayerS24, directInputPlayerS32}};
-    PlayerRoutine routine =
-        routines[mode.di][(alsaFormat != kFormatS16) + (alsaFormat == kFormatS32)];
+    PlayerRoutine routine = playerRoutineFor(mode.di, alsaFormat);
     settings.directInput = mode.di;
     settings.rwAccess = mode.rw;
-    outputFormat.store(alsaFormat);
-    for (size_t i = 0; i < paths.size(); ++i) copyPathSlot(queuePaths[i], paths[i].c_str());
-    queueCount.store(int32_t(paths.size()));
-    queueIndex.store(0);
-    copyPathSlot(currentPath, paths[0].c_str());
+    playerControl.outputFormat.store(alsaFormat);
+    for (size_t i = 0; i < paths.size(); ++i)
+        copyPathSlot(playerControl.queue.queuePaths[i], paths[i].c_str());
+    playerControl.queue.queueCount.store(int32_t(paths.size()));
+    playerControl.queue.queueIndex.store(0);
+    copyPathSlot(playerControl.currentPath, paths[0].c_str());
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     if (drive) {
         pthread_t thread;
-        pthread_create(&thread, nullptr, routine, nullptr);
-        playerThread.store(thread);
+        pthread_create(&thread, nullptr, routine, &playerControl);
+        playerControl.playerThread.store(thread);
         // Bounded: a routine that never plays fails the test's checks instead.
-        for (int i = 0; i < 5000 && !playerRunning.load(); ++i)
+        for (int i = 0; i < 5000 && !playerControl.playerRunning.load(); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        if (playerRunning.load()) drive();
+        if (playerControl.playerRunning.load()) drive();
         pthread_join(thread, nullptr);
     } else {
-        routine(nullptr);
+        routine(&playerControl);
     }
     return {testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
@@ -80,11 +79,8 @@ std::vector<uint8_t> expectedCardBytes(const Fixture& f, int32_t alsaFormat) {
     const size_t keep = frameBytes(alsaFormat, 1);
     std::vector<uint8_t> out(ref.size() / 4 * keep);
     if (f.kind == "float" || f.kind == "lossy") {
-        if (keep == 3)
-            convertFloatToS24_3LE(ref.data(), out.data(), uint32_t(ref.size()));
-        else
-            convertFloatToS32(ref.data(), uint32_t(ref.size()));
-        return keep == 3 ? out : ref;
+        packPcm(ref.data(), SampleType::Float32, out.data(), ref.size() / 4, alsaFormat);
+        return out;
     }
     // Left-justified 32-bit words: a narrower card keeps their top bytes.
     for (size_t i = 0; i < out.size(); ++i) out[i] = ref[i / keep * 4 + 4 - keep + i % keep];

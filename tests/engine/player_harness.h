@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/control.h"
+#include "control/control.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/vdac.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "app/control.h"
+#include "control/control.h"
 #include "settings/settings.h"
 
 namespace {
@@ -34,16 +34,16 @@ TEST(TrackReport, PlainAndColoured) {
     };
     for (const Case& c : cases) {
         setColors(c.colours);
-        streamRate.store(c.rate);
-        streamChannels.store(2);
-        streamBits.store(c.bits);
-        std::strcpy(currentPath, c.path);
-        std::strcpy(lengthText, "04:05");
-        queueIndex.store(c.index);
-        queueCount.store(c.count);
+        playerControl.streamRate.store(c.rate);
+        playerControl.streamChannels.store(2);
+        playerControl.streamBits.store(c.bits);
+        std::strcpy(playerControl.currentPath, c.path);
+        std::strcpy(playerControl.lengthText, "04:05");
+        playerControl.queue.queueIndex.store(c.index);
+        playerControl.queue.queueCount.store(c.count);
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        printTrackInfo();
+        printTrackInfo(playerControl);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "> ");
     }

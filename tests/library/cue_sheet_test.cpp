@@ -106,7 +106,7 @@ TEST_F(CueSheet, NamingCorners) {
 }
 
 // Header and track list in colour, and the empty sheet, are compared through
-// the whole program (tests/e2e-play).
+// the whole program (tests/app/play_test.cpp).
 TEST_F(CueSheet, MissingSheetEmptiesTheTableAndThousandTracksWiden) {
     load("INDEX 01 00:00:00\nINDEX 01 04:12:37\n");
     ASSERT_EQ(trackStartsMs, (std::vector<int32_t>{0, 252493}));

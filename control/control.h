@@ -1,0 +1,68 @@
+// The state shared by the command loop (main thread) and the one detached
+// player thread, below both: the console writes requests, the player writes
+// what it is doing, and neither calls the other. No lock: each field is
+// written whole by one side and polled by the other, so every flag and
+// counter is an atomic used with plain loads and stores. The player routine
+// receives the block as its thread argument.
+#pragma once
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+constexpr int kPathSlot = 512;  // 511 bytes of text and a NUL
+constexpr int kQueueSlots = 1000;
+
+using PlayerRoutine = void* (*)(void*);
+
+// The files of one play command. Filled by the command loop before a thread
+// starts; the player only reads it, and moves queueIndex as it advances.
+struct PlayQueue {
+    char queuePaths[kQueueSlots][kPathSlot] = {};
+    std::atomic<int32_t> queueCount{0};
+    std::atomic<int32_t> queueIndex{0};
+};
+
+struct PlayerControl {
+    // Written by the command loop. The player sets stopRequest itself on a
+    // fatal read and clears it last on every way out; it resets seekSeconds
+    // when it takes the seek, clears showAlsaSetup after its report, sets
+    // playStartMs when a Full Memory file begins, and moves currentPath along
+    // the queue. Paths are written before the thread starts.
+    std::atomic<uint8_t> stopRequest{0};
+    std::atomic<uint8_t> pauseRequest{0};
+    std::atomic<int32_t> seekSeconds{-1};  // -1 = none pending
+    std::atomic<uint64_t> playStartMs{0};
+    std::atomic<uint64_t> pauseStartMs{0};
+    std::atomic<uint8_t> showAlsaSetup{0};
+    char currentPath[kPathSlot] = {};
+    PlayQueue queue;
+
+    // Written by start-up before any player thread exists.
+    std::atomic<PlayerRoutine> playerRoutine{nullptr};
+    std::atomic<int32_t> outputFormat{0};  // ALSA format code of PCM output
+    std::atomic<uint8_t> dsdNativeBE{0};
+    std::atomic<uint8_t> dsdNativeLE{0};
+    std::atomic<int32_t> backgroundMode{0};
+
+    // Written by the player (playerThread also by the command loop when it
+    // creates the thread): what is playing, for the console and the reports.
+    std::atomic<uint8_t> playerRunning{0};
+    std::atomic<pthread_t> playerThread{0};  // 0 = none
+    std::atomic<int32_t> showKeyHints{1};    // 1 until the first run printed them
+    std::atomic<int32_t> streamSeconds{0};   // exclusive bound of a seek target
+    std::atomic<int32_t> streamRate{44100};
+    std::atomic<int32_t> streamChannels{2};
+    std::atomic<int32_t> streamBits{16};
+    char lengthText[16] = {};
+};
+
+extern PlayerControl playerControl;
+
+// CLOCK_REALTIME in milliseconds.
+uint64_t nowMs();
+// One nanosleep; an interrupted sleep is not resumed.
+void sleepMs(uint32_t ms);
+
+// Copies text into a path slot; false (and nothing written) when it does not fit.
+bool copyPathSlot(char (&slot)[kPathSlot], const char* text);

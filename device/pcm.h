@@ -1,0 +1,27 @@
+// The one place that opens the ALSA PCM "default", and the owners of the
+// ALSA objects that go with it, so every way out releases them.
+#pragma once
+#include <alsa/asoundlib.h>
+
+#include <memory>
+
+struct PcmClose {
+    void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
+};
+struct HwParamsFree {
+    void operator()(snd_pcm_hw_params_t* p) const { snd_pcm_hw_params_free(p); }
+};
+struct StatusFree {
+    void operator()(snd_pcm_status_t* p) const { snd_pcm_status_free(p); }
+};
+using PcmHandle = std::unique_ptr<snd_pcm_t, PcmClose>;
+using HwParams = std::unique_ptr<snd_pcm_hw_params_t, HwParamsFree>;
+using PcmStatus = std::unique_ptr<snd_pcm_status_t, StatusFree>;
+
+// "default" for playback, in blocking mode. Null with *error set (an ALSA
+// error code) when it cannot be opened.
+PcmHandle openDefaultPcm(int* error = nullptr);
+
+// Zero-filled objects; null only when out of memory.
+HwParams makeHwParams();
+PcmStatus makePcmStatus();
