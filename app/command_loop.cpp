@@ -66,6 +66,10 @@ bool runPlayingCommand(const std::string& word) {
 
 bool runCommand(const std::string& word) {
     if (word == "x" || word == "X") return false;
+    // A starting player still reads the settings and the Full Memory buffer:
+    // a command waits until it plays (or has ended), then takes its own set.
+    while (playerControl.playerRunning.load() == 0 && playerControl.playerThread.load() != 0)
+        sleepMs(5);
     if (playerControl.playerRunning.load() != 0)
         runPlayingCommand(word);
     else

@@ -21,7 +21,7 @@ void buildPlayQueue(const std::string& selectedPath);
 // queue built around it; seekSeconds holds the start position or -1.
 void startPlayback(const std::string& selectedPath);
 // Asks a running or starting player to stop and waits until it has let go of
-// the control block (polling every 200 ms).
+// the control block.
 void stopPlayer();
 void playNext();
 void playPrevious();

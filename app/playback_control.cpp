@@ -71,7 +71,9 @@ void startPlayback(const std::string& selectedPath) {
 void stopPlayer() {
     playerControl.stopRequest.store(1);
     playerControl.pauseRequest.store(0);
-    while (!playerLetGo()) sleepMs(200);
+    // The player drops the card within a pass; poll finely so the next
+    // command is not held up.
+    while (!playerLetGo()) sleepMs(5);
 }
 
 void playNext() {

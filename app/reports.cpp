@@ -71,6 +71,9 @@ void printSettingsReport() {
     std::fflush(stdout);
     pairLine("ALSA Period: ", s.periodFrames, s.periodTimeUs);
     pairLine("ALSA Buffer: ", s.bufferFrames, s.bufferTimeUs);
+    if (int32_t buffer = playerControl.cardBufferFrames.load())
+        std::printf("ALSA granted: period %d frames, buffer %d frames\n",
+                    playerControl.cardPeriodFrames.load(), buffer);
     const char* dsd = s.dsdMode == 0 ? "PCM" : s.dsdMode == 1 ? "DoP" : "Native";
     std::printf("DSD Mode: %s\n", dsd);
     bool native = playerControl.dsdNativeBE.load() != 0 || playerControl.dsdNativeLE.load() != 0;
@@ -85,6 +88,10 @@ void printSettingsReport() {
 }
 
 int64_t positionSeconds() {
+    // The player knows which frame the card is playing; the clock is the
+    // fallback before its first pass.
+    const int64_t heard = playerControl.heardMs.load();
+    if (heard >= 0) return heard / 1000;
     uint64_t now =
         playerControl.pauseRequest.load() != 0 ? playerControl.pauseStartMs.load() : nowMs();
     uint64_t start = playerControl.playStartMs.load();

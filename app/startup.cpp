@@ -1,6 +1,7 @@
 // The program's entry: start-up, then background play or the command loop.
 #include <alsa/asoundlib.h>
 #include <fcntl.h>
+#include <syslog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,6 +56,13 @@ void probeFormats() {
         playerControl.outputFormat.store(kFormatS24_3);
     else
         playerControl.outputFormat.store(kFormatS16);
+    // S16_LE is the last resort; a card without it plays nothing, and says why.
+    if (playerControl.outputFormat.load() != kFormatS16 || probeOutputFormat(kFormatS16)) return;
+    const std::string offered = cardFormatsText();
+    if (offered.empty()) return;
+    std::fprintf(stderr, "the sound card takes none of S32_LE, S24_3LE, S16_LE (it takes %s)\n",
+                 offered.c_str());
+    std::fflush(stderr);
 }
 
 int runBackground(const char* file) {
@@ -63,10 +71,14 @@ int runBackground(const char* file) {
     umask(0);
     setsid();
     detachStandardStreams();
+    // Memory locks do not pass to a forked child.
+    lockProcessMemory();
+    openlog("tovrin", LOG_PID, LOG_USER);
     playerControl.showAlsaSetup.store(1);
     copyPathSlot(playerControl.currentPath, file);
     playerControl.playerRoutine.load()(&playerControl);
-    return 0;
+    closelog();
+    return playerControl.runFailed.load() ? 1 : 0;
 }
 
 int runInteractive() {

@@ -55,6 +55,18 @@ struct PlayerControl {
     std::atomic<int32_t> streamChannels{2};
     std::atomic<int32_t> streamBits{16};
     char lengthText[16] = {};
+    // Milliseconds into the current file of the frame being heard (frames
+    // written minus what the card still holds); -1 before the first pass.
+    std::atomic<int64_t> heardMs{-1};
+    // What the card was configured with and how the file reaches it, shown
+    // after the track report; empty before the first file.
+    char cardText[96] = {};
+    // What the card granted when it was last configured (0: not yet).
+    std::atomic<int32_t> cardPeriodFrames{0};
+    std::atomic<int32_t> cardBufferFrames{0};
+    // 1 once a file of the run could not be played: background mode exits
+    // with it.
+    std::atomic<int32_t> runFailed{0};
 };
 
 extern PlayerControl playerControl;

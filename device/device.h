@@ -7,6 +7,9 @@
 // True when "default" accepts the ALSA format code with RW interleaved access.
 // Opens and closes the device; installs nothing; prints nothing.
 bool probeOutputFormat(int formatCode);
+// The sample formats "default" takes, by name, for a message; empty when it
+// cannot be opened.
+std::string cardFormatsText();
 
 extern std::vector<std::string> soundCardIds;
 extern std::vector<std::string> soundCardDescriptions;

@@ -2,6 +2,7 @@
 #include <alsa/asoundlib.h>
 
 #include "device/device.h"
+#include "device/hw_config.h"
 #include "device/pcm.h"
 
 namespace {
@@ -31,4 +32,13 @@ bool probeOutputFormat(int formatCode) {
     int r = snd_pcm_hw_params_set_format(pcm.get(), params.get(),
                                          static_cast<snd_pcm_format_t>(formatCode));
     return r >= 0;
+}
+
+std::string cardFormatsText() {
+    QuietAlsa quiet;
+    PcmHandle pcm = openDefaultPcm();
+    HwParams params = makeHwParams();
+    if (!pcm || !params || snd_pcm_hw_params_any(pcm.get(), params.get()) < 0) return {};
+    std::string list = offeredFormats(pcm.get(), params.get());
+    return list.empty() ? "no format listed" : list;
 }

@@ -1,5 +1,6 @@
 #include "engine/decoder_setup.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -45,6 +46,7 @@ DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaul
     out.sample = info.sample;
     out.channels = info.channels;
     out.bits = info.sourceBits ? info.sourceBits : defaultBits;
+    out.sourceBits = info.sourceBits;
     out.rate = info.rate;
     out.decodedFrameBytes = frameBytes;
     out.frames = frameBytes ? length / frameBytes : 0;
@@ -61,6 +63,20 @@ DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaul
     }
     out.seconds = out.rate > 0 ? int32_t(out.frames / uint64_t(out.rate)) : 0;
     return out;
+}
+
+std::string cardVerdict(const DecoderStream& ds) {
+    if (ds.card == CardStream::Dop) return "DoP";
+    if (ds.card == CardStream::DsdNative) return "native DSD";
+    if (ds.sample == SampleType::Float64) return "DSD to PCM";
+    const int32_t cardBits = int32_t(cardSampleBytes(ds.alsaFormat)) * 8;
+    if (ds.sample == SampleType::Int32) {
+        const int32_t source = ds.sourceBits > 0 ? ds.sourceBits : 32;
+        if (source <= cardBits) return "bit-perfect";
+        return "truncated to " + std::to_string(cardBits) + " bits";
+    }
+    // Float sources keep 24 significant bits on the wider cards.
+    return "truncated to " + std::to_string(std::min(cardBits, int32_t(24))) + " bits";
 }
 
 void publishStream(PlayerControl& pc, const DecoderStream& ds) {

@@ -5,6 +5,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "control/control.h"
 #include "decode/decode.h"
@@ -36,7 +37,8 @@ struct DecoderStream {
     SampleType sample = SampleType::Float32;
     int32_t rate = 0;  // card frames per second
     int32_t channels = 0;
-    int32_t bits = 0;                // as the track report shows it
+    int32_t bits = 0;        // as the track report shows it
+    int32_t sourceBits = 0;  // of an integer source; 0 when unknown
     uint64_t frames = 0;             // card frames of the whole file
     uint32_t decodedFrameBytes = 0;  // decoded bytes that make one card frame
     int32_t seconds = 0;             // whole seconds, truncated
@@ -46,6 +48,10 @@ struct DecoderStream {
 // source has no integer resolution.
 DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaultBits,
                           bool nativeBE);
+
+// How the file reaches the card: "bit-perfect", "DoP", "native DSD", "DSD to
+// PCM" or "truncated to N bits".
+std::string cardVerdict(const DecoderStream& ds);
 
 // What the console and the track report need of the open file.
 void publishStream(PlayerControl& pc, const DecoderStream& ds);

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <string>
 
+#include "engine/card_state.h"
 #include "engine/decoder_setup.h"
 #include "engine/frame_reader.h"
 #include "engine/output_device.h"
@@ -40,7 +42,9 @@ class DecodeSource {
         : ds_(ds), reader_(ds), staging_(bufs.staging.get()), stagingBytes_(bufs.bytes) {}
 
     bool finished() const { return reader_.finished(); }
+    uint64_t position() const { return reader_.position(); }
     void seek(int32_t seconds) { reader_.seek(uint64_t(ds_.rate) * uint64_t(seconds)); }
+    void back(uint64_t frames) { reader_.seek(position() - std::min(frames, position())); }
     // Decodes into the card's area (through the staging buffer when the
     // decoded frames are wider than the card's).
     int64_t fillArea(uint8_t* dst, uint32_t frames) {
@@ -65,6 +69,12 @@ class DecodeSource {
 
 constexpr int kMode = int(LoadMode::DirectInput);
 
+// Lets the device play out what it holds, then closes it.
+void finish(PlayerControl& pc, OutputDevice& dev) {
+    if (dev) playOut(pc, dev.pcm(), dev.geometry());
+    dev.close();
+}
+
 }  // namespace
 
 template <class Fmt>
@@ -78,31 +88,47 @@ void* directInputPlayer(PlayerControl& pc) {
         DecoderStream ds = openDecoder(pc.currentPath, Fmt::kOutputFormat, Fmt::kDefaultBits[kMode],
                                        pc.dsdNativeBE.load() != 0);
         if (!ds.handle) {
-            dev.close();
+            finish(pc, dev);
             return endRun(pc, RunEnd::GetInfoFailure, GetInfoReport::DirectInput);
         }
         publishStream(pc, ds);
         if (!dev.serves(ds.alsaFormat, ds.channels, ds.rate)) {
-            dev.close();  // the previous file plays out first
-            dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get());
+            finish(pc, dev);  // the previous file plays out first
+            std::string why;
+            bool refused = false;
+            dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get(), why,
+                                   refused);
+            if (!dev) {
+                reportProblem(pc, std::string(pc.currentPath) + ": " + why);
+                // A card that lacks this file's format may take the next one.
+                if (refused && !pc.stopRequest.load() && advanceQueue(pc)) continue;
+                return endRun(pc, pc.stopRequest.load() ? RunEnd::Stopped : RunEnd::Failed);
+            }
         }
         if (!bufs.ensure(rw || FrameReader(ds).needsScratch())) {
             dev.close();
             return endRun(pc, RunEnd::MemoryFailure);
         }
+        describeCard(pc, ds, dev.geometry(), rw);
         pc.playerRunning.store(1);
         announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
 
         DecodeSource<Fmt> src(ds, bufs);
         uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
         PauseSilence silence(silenceFor(ds.card), ds.alsaFormat, ds.channels, frameBytes);
-        TransferContext ctx{pc, dev.pcm(), run.status.get(), readGeometry(run.params.get()),
-                            &silence};
-        runTransfer(ctx, src, rw);
+        // Files that follow on the same device are written while this one
+        // plays; only the last of the run waits for the card.
+        TransferContext ctx{pc, dev.pcm(), dev.geometry(), &silence, ds.rate, !queueHasNext(pc)};
+        TransferEnd end = runTransfer(ctx, src, rw);
         ds.handle.reset();
+        if (end == TransferEnd::DeviceGone) {
+            reportProblem(pc, deviceGoneText(dev.pcm()));
+            dev.close();
+            return endRun(pc, RunEnd::Failed);
+        }
         if (pc.stopRequest.load() || !advanceQueue(pc)) break;
     }
-    dev.close();
+    finish(pc, dev);
     return endRun(pc, pc.stopRequest.load() ? RunEnd::Stopped : RunEnd::Natural);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "engine/decoder_setup.h"
@@ -74,9 +75,11 @@ class FullMemorySource {
         : data_(data), bytes_(bytes), frameBytes_(frameBytes), rate_(rate) {}
 
     bool finished() const { return pos_ >= bytes_; }
+    uint64_t position() const { return pos_ / frameBytes_; }
     void seek(int32_t seconds) {
         pos_ = std::min(uint64_t(rate_) * uint64_t(seconds) * frameBytes_, bytes_);
     }
+    void back(uint64_t frames) { pos_ -= std::min(frames * frameBytes_, pos_); }
     int64_t fillArea(uint8_t* dst, uint32_t frames) {
         uint64_t n = std::min(bytes_ - pos_, uint64_t(frames) * frameBytes_);
         std::memcpy(dst, data_ + pos_, n);
@@ -116,7 +119,16 @@ void* fullMemoryPlayer(PlayerControl& pc) {
                                        pc.dsdNativeBE.load() != 0);
         if (!ds.handle) return endRun(pc, RunEnd::GetInfoFailure, report);
         publishStream(pc, ds);
-        OutputDevice dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get());
+        std::string why;
+        bool refused = false;
+        OutputDevice dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get(),
+                                            why, refused);
+        if (!dev) {
+            reportProblem(pc, std::string(pc.currentPath) + ": " + why);
+            // A card that lacks this file's format may take the next one.
+            if (refused && !pc.stopRequest.load() && advanceQueue(pc)) continue;
+            return endRun(pc, pc.stopRequest.load() ? RunEnd::Stopped : RunEnd::Failed);
+        }
         const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
 
         bool reuse = loaded.holds(pc.currentPath, ds);
@@ -135,13 +147,17 @@ void* fullMemoryPlayer(PlayerControl& pc) {
             loaded.rate = ds.rate;
         }
         ds.handle.reset();
+        const bool rw = settings.rwAccess != 0;
+        describeCard(pc, ds, dev.geometry(), rw);
         announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
 
         FullMemorySource src(loaded.data, loaded.bytes, frameBytes, ds.rate);
         PauseSilence silence(silenceFor(ds.card), ds.alsaFormat, ds.channels, frameBytes);
-        TransferContext ctx{pc, dev.pcm(), run.status.get(), readGeometry(run.params.get()),
-                            &silence};
-        runTransfer(ctx, src, settings.rwAccess != 0);
+        TransferContext ctx{pc, dev.pcm(), dev.geometry(), &silence, ds.rate, true};
+        if (runTransfer(ctx, src, rw) == TransferEnd::DeviceGone) {
+            reportProblem(pc, deviceGoneText(dev.pcm()));
+            return endRun(pc, RunEnd::Failed);
+        }
         dev.close();
 
         if (pc.stopRequest.load()) return endRun(pc, RunEnd::Stopped);

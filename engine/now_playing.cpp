@@ -39,6 +39,10 @@ void printTrackInfo(const PlayerControl& pc) {
     std::printf("%sLength: %s   Channels: %d   Samplerate: %d   Bits per sample: %d%s", colorYellow,
                 pc.lengthText, pc.streamChannels.load(), shownRate, bits, colorReset);
     endLine();
+    if (pc.cardText[0]) {
+        std::printf("%s%s%s", colorYellow, pc.cardText, colorReset);
+        endLine();
+    }
     endLine();
     std::fputs("> ", stderr);
     std::fflush(stderr);

@@ -1,9 +1,10 @@
 #include "engine/output_device.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
+#include "device/hw_config.h"
+#include "device/recovery.h"
 #include "settings/settings.h"
 
 OutputDevice& OutputDevice::operator=(OutputDevice&& other) noexcept {
@@ -13,62 +14,47 @@ OutputDevice& OutputDevice::operator=(OutputDevice&& other) noexcept {
         format_ = other.format_;
         channels_ = other.channels_;
         rate_ = other.rate_;
+        geometry_ = other.geometry_;
     }
     return *this;
 }
 
 void OutputDevice::close() {
     if (!pcm_) return;
-    snd_pcm_drain(pcm_.get());
+    snd_pcm_drop(pcm_.get());
     pcm_.reset();
 }
 
-[[noreturn]] static void deviceFailure(const char* what, int code) {
-    std::fprintf(stderr, "\n%s: %s\n", what, snd_strerror(code));
-    std::fflush(stderr);
-    std::exit(1);
-}
-
-void configureBuffering(snd_pcm_t* pcm, snd_pcm_hw_params_t* params) {
-    snd_pcm_hw_params_set_periods_integer(pcm, params);
-    if (settings.periodTimeUs >= 0) {
-        unsigned us = unsigned(settings.periodTimeUs);
-        snd_pcm_hw_params_set_period_time_near(pcm, params, &us, nullptr);
-    } else if (settings.periodFrames >= 0) {
-        snd_pcm_uframes_t frames = snd_pcm_uframes_t(settings.periodFrames);
-        snd_pcm_hw_params_set_period_size_near(pcm, params, &frames, nullptr);
-    }
-    if (settings.bufferTimeUs >= 0) {
-        unsigned us = unsigned(settings.bufferTimeUs);
-        snd_pcm_hw_params_set_buffer_time_near(pcm, params, &us, nullptr);
-    } else if (settings.bufferFrames >= 0) {
-        snd_pcm_uframes_t frames = snd_pcm_uframes_t(settings.bufferFrames);
-        snd_pcm_hw_params_set_buffer_size_near(pcm, params, &frames);
-    }
-}
-
 OutputDevice openOutputDevice(int32_t alsaFormat, int32_t channels, int32_t rate,
-                              snd_pcm_hw_params_t* params) {
+                              snd_pcm_hw_params_t* params, std::string& why, bool& refused) {
     OutputDevice dev;
+    refused = false;
     int rc = 0;
-    dev.pcm_ = openDefaultPcm(&rc);
-    if (!dev.pcm_) deviceFailure("unable to open pcm device", rc);
+    PcmHandle pcm = openDefaultPcm(&rc);
+    if (!pcm) {
+        why = openFailureText(rc);
+        return dev;
+    }
+    PcmRequest request;
+    request.format = alsaFormat;
+    request.channels = channels;
+    request.rate = rate;
+    request.rw = settings.rwAccess != 0;
+    request.periodTimeUs = settings.periodTimeUs;
+    request.periodFrames = settings.periodFrames;
+    request.bufferTimeUs = settings.bufferTimeUs;
+    request.bufferFrames = settings.bufferFrames;
+    PcmRefusal refusal = configurePcm(pcm.get(), params, request);
+    if (!refusal.why.empty()) {
+        why = refusal.why;
+        refused = refusal.refused;
+        return dev;
+    }
+    dev.pcm_ = std::move(pcm);
     dev.format_ = alsaFormat;
     dev.channels_ = channels;
     dev.rate_ = rate;
-    snd_pcm_t* pcm = dev.pcm();
-
-    // A value the card refuses leaves the space as it was; hw_params decides.
-    snd_pcm_hw_params_any(pcm, params);
-    snd_pcm_hw_params_set_access(
-        pcm, params,
-        settings.rwAccess ? SND_PCM_ACCESS_RW_INTERLEAVED : SND_PCM_ACCESS_MMAP_INTERLEAVED);
-    snd_pcm_hw_params_set_format(pcm, params, snd_pcm_format_t(alsaFormat));
-    snd_pcm_hw_params_set_channels(pcm, params, unsigned(dev.channels_));
-    snd_pcm_hw_params_set_rate(pcm, params, unsigned(dev.rate_), 0);
-    configureBuffering(pcm, params);
-    rc = snd_pcm_hw_params(pcm, params);
-    if (rc < 0) deviceFailure("unable to set hw parameters", rc);
+    dev.geometry_ = readGeometry(params);
     return dev;
 }
 

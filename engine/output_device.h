@@ -1,17 +1,22 @@
-// The ALSA "default" PCM of a player run: opened and configured with exactly
-// the stream's format, channels and rate and the user's period and buffer.
-// Player thread only. A device that cannot be opened or configured ends the
-// process with status 1 (message on stderr); every other ALSA failure here is
-// silent and leaves ALSA's choice in place.
+// The ALSA "default" PCM of a player run, configured for one file with
+// exactly its format, channels and rate and the user's period and buffer, or
+// not at all. Player thread only.
 #pragma once
 #include <alsa/asoundlib.h>
 
 #include <cstdint>
+#include <string>
 
 #include "device/pcm.h"
 
-// An open, configured PCM. Closing drains first, so the end of what was
-// written plays out (after a drop there is nothing left to drain).
+// What the device granted, read back from the configured parameters.
+struct DeviceGeometry {
+    snd_pcm_uframes_t periodFrames = 0;
+    unsigned periodTimeUs = 0;
+    snd_pcm_uframes_t bufferFrames = 0;
+    unsigned bufferTimeUs = 0;  // paces the transfer loops
+};
+
 class OutputDevice {
   public:
     OutputDevice() = default;
@@ -27,28 +32,27 @@ class OutputDevice {
     bool serves(int32_t format, int32_t channels, int32_t rate) const {
         return pcm_ && format == format_ && channels == channels_ && rate == rate_;
     }
+    const DeviceGeometry& geometry() const { return geometry_; }
+    // Drops whatever is still queued and closes; the transfer loop has let
+    // the card play out what it should by then.
     void close();
 
   private:
-    friend OutputDevice openOutputDevice(int32_t, int32_t, int32_t, snd_pcm_hw_params_t*);
+    friend OutputDevice openOutputDevice(int32_t, int32_t, int32_t, snd_pcm_hw_params_t*,
+                                         std::string&, bool&);
     PcmHandle pcm_;
     int32_t format_ = 0, channels_ = 0, rate_ = 0;
+    DeviceGeometry geometry_;
 };
 
 // Opens "default" for alsaFormat, channels and rate with the access mode,
-// period and buffer of the settings; params keeps the result. Exits the
-// process on an open or hw_params failure.
+// period and buffer of the settings; params keeps the result. On failure the
+// device is empty, why says what went wrong, and refused tells a card that
+// lacks this file's format (the next file may still play) from one that
+// cannot be opened or configured at all.
 OutputDevice openOutputDevice(int32_t alsaFormat, int32_t channels, int32_t rate,
-                              snd_pcm_hw_params_t* params);
-void configureBuffering(snd_pcm_t* pcm, snd_pcm_hw_params_t* params);
+                              snd_pcm_hw_params_t* params, std::string& why, bool& refused);
 
-// What the device accepted, read back from the configured parameters.
-struct DeviceGeometry {
-    snd_pcm_uframes_t periodFrames = 0;
-    unsigned periodTimeUs = 0;
-    snd_pcm_uframes_t bufferFrames = 0;
-    unsigned bufferTimeUs = 0;  // deviceBufferTimeUs: paces the transfer loops
-};
 DeviceGeometry readGeometry(const snd_pcm_hw_params_t* params);
 
 // The two-line period/buffer report on stdout; extraLine adds an empty line.

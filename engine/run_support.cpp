@@ -1,5 +1,7 @@
 #include "engine/run_support.h"
 
+#include <syslog.h>
+
 #include <cstdio>
 #include <ctime>
 
@@ -17,6 +19,7 @@ bool beginRun(PlayerControl& pc, RunObjects& run) {
 }
 
 void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool extraLine) {
+    pc.heardMs.store(-1);
     if (pc.showAlsaSetup.load()) {
         printAlsaSetup(params, extraLine);
         pc.showAlsaSetup.store(0);
@@ -27,6 +30,28 @@ void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool ext
     }
     printTrackInfo(pc);
     if (pc.seekSeconds.load() == -1) pc.playStartMs.store(nowMs());
+}
+
+void reportProblem(PlayerControl& pc, const std::string& text) {
+    pc.runFailed.store(1);
+    if (pc.backgroundMode.load()) syslog(LOG_ERR, "%s", text.c_str());
+    std::fprintf(stderr, "\n%s\n", text.c_str());
+    std::fflush(stderr);
+}
+
+void describeCard(PlayerControl& pc, const DecoderStream& ds, const DeviceGeometry& geometry,
+                  bool rw) {
+    const char* format = snd_pcm_format_name(snd_pcm_format_t(ds.alsaFormat));
+    std::snprintf(pc.cardText, sizeof pc.cardText, "Card: %s, %d Hz, %d channels, %s: %s",
+                  format ? format : "?", ds.rate, ds.channels, rw ? "RW" : "MMAP",
+                  cardVerdict(ds).c_str());
+    pc.cardPeriodFrames.store(int32_t(geometry.periodFrames));
+    pc.cardBufferFrames.store(int32_t(geometry.bufferFrames));
+}
+
+bool queueHasNext(const PlayerControl& pc) {
+    int32_t next = pc.queue.queueIndex.load() + 1;
+    return next < pc.queue.queueCount.load() && next < kQueueSlots;
 }
 
 bool advanceQueue(PlayerControl& pc) {
@@ -74,6 +99,9 @@ void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report) {
             break;
         case RunEnd::MemoryFailure:
             std::fputs("\nMemory allocation error\n", stderr);
+            std::fputs("\n> ", stderr);
+            break;
+        case RunEnd::Failed:
             std::fputs("\n> ", stderr);
             break;
     }

@@ -5,6 +5,7 @@
 #include <alsa/asoundlib.h>
 
 #include <cstdint>
+#include <string>
 
 #include "control/control.h"
 #include "engine/decoder_setup.h"
@@ -35,7 +36,19 @@ void passSleep(unsigned bufferTimeUs);
 
 void printUnderrun();
 
-enum class RunEnd { Natural, Stopped, GetInfoFailure, MemoryFailure };
+// A problem with the file or the device: on stderr, and in background mode
+// (where stderr goes nowhere) in the system log. Marks the run as failed.
+void reportProblem(PlayerControl& pc, const std::string& text);
+
+// Records what the card was configured with for the track report.
+void describeCard(PlayerControl& pc, const DecoderStream& ds, const DeviceGeometry& geometry,
+                  bool rw);
+
+// True when the queue holds a file after the current one.
+bool queueHasNext(const PlayerControl& pc);
+
+// Failed: a problem already reported; the prompt comes back.
+enum class RunEnd { Natural, Stopped, GetInfoFailure, MemoryFailure, Failed };
 
 // Prints what the ending calls for, then clears playerRunning, playerThread
 // and last stopRequest. Returns the thread result (null).

@@ -22,6 +22,8 @@ class PauseSilence {
     uint32_t fillArea(uint8_t* dst, uint32_t frames, uint8_t nextMarker);
     // A DoP frame is owed: one more silence frame must go before the stream.
     bool owesFrame() const { return owed_; }
+    // The card was dropped: whatever was owed went with it.
+    void reset() { owed_ = false; }
     // Read/write: silence for at most avail frames, never more than the 1 MiB
     // silence area; frames receives the count.
     const uint8_t* chunk(uint64_t avail, uint8_t nextMarker, uint32_t& frames);

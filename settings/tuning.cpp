@@ -123,6 +123,11 @@ void applyProcessTuning() {
     setrlimit(RLIMIT_NICE, &niceLimit);
     logStep("nice %ld", nice);
     setpriority(PRIO_PROCESS, 0, nice);
+    lockProcessMemory();
+    setScheduler(settings.rtPriority);
+}
+
+void lockProcessMemory() {
     rlimit memLimit{RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_MEMLOCK, &memLimit);
     if (tuningSeams.realTimeAllowed) {
@@ -131,7 +136,6 @@ void applyProcessTuning() {
     } else {
         logStep("mlockall %ld skipped", MCL_CURRENT | MCL_FUTURE);
     }
-    setScheduler(settings.rtPriority);
 }
 
 void applyCoreAffinity() {

@@ -8,6 +8,9 @@
 
 // Main thread, at start-up and after "pr"/"ni".
 void applyProcessTuning();
+// Locks current and future memory; a forked child must lock again, since
+// memory locks are not inherited.
+void lockProcessMemory();
 // Player thread (or the only thread in background mode), once per run.
 void applyCoreAffinity();
 
