@@ -1,8 +1,8 @@
 // The program's entry: start-up, then background play or the command loop.
 #include <alsa/asoundlib.h>
 #include <fcntl.h>
-#include <syslog.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>

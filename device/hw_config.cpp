@@ -7,8 +7,8 @@
 namespace {
 
 // The rates cards and files commonly use, 8 kHz up to DSD512 as native words.
-constexpr unsigned kCommonRates[] = {8000,   11025,  16000,  22050,   32000,  44100,
-                                     48000,  64000,  88200,  96000,   176400, 192000,
+constexpr unsigned kCommonRates[] = {8000,   11025,  16000,  22050,  32000,   44100,
+                                     48000,  64000,  88200,  96000,  176400,  192000,
                                      352800, 384000, 705600, 768000, 1411200, 1536000};
 
 constexpr snd_pcm_format_t kListedFormats[] = {

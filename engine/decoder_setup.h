@@ -37,8 +37,8 @@ struct DecoderStream {
     SampleType sample = SampleType::Float32;
     int32_t rate = 0;  // card frames per second
     int32_t channels = 0;
-    int32_t bits = 0;        // as the track report shows it
-    int32_t sourceBits = 0;  // of an integer source; 0 when unknown
+    int32_t bits = 0;                // as the track report shows it
+    int32_t sourceBits = 0;          // of an integer source; 0 when unknown
     uint64_t frames = 0;             // card frames of the whole file
     uint32_t decodedFrameBytes = 0;  // decoded bytes that make one card frame
     int32_t seconds = 0;             // whole seconds, truncated

@@ -121,8 +121,8 @@ void* fullMemoryPlayer(PlayerControl& pc) {
         publishStream(pc, ds);
         std::string why;
         bool refused = false;
-        OutputDevice dev = openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get(),
-                                            why, refused);
+        OutputDevice dev =
+            openOutputDevice(ds.alsaFormat, ds.channels, ds.rate, run.params.get(), why, refused);
         if (!dev) {
             reportProblem(pc, std::string(pc.currentPath) + ": " + why);
             // A card that lacks this file's format may take the next one.

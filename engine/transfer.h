@@ -101,8 +101,7 @@ int mmapPass(const TransferContext& c, Source& src, CardState& card, snd_pcm_ufr
         commit = snd_pcm_uframes_t(got);
     }
     snd_pcm_sframes_t done = snd_pcm_mmap_commit(c.pcm, offset, commit);
-    if (done < 0 && !recovered<Source>(c, card, int(done)))
-        return end = TransferEnd::DeviceGone, 1;
+    if (done < 0 && !recovered<Source>(c, card, int(done))) return end = TransferEnd::DeviceGone, 1;
     if (done > 0) card.startIfPrepared();
     return 0;
 }

@@ -35,7 +35,13 @@ Card::Card(std::vector<std::string> formats, double speed) {
     playerControl.playerThread.store(0);
     playerControl.showAlsaSetup.store(1);
     playerControl.showKeyHints.store(0);
+    playerControl.runFailed.store(0);
     releaseFullMemoryBuffer();
+}
+
+void Card::reconfigure() {
+    writeVdacConfig(dir.file("alsa.conf"), config);
+    useAlsaConfig(dir.file("alsa.conf"));
 }
 
 RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaFormat,

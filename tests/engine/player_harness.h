@@ -17,6 +17,8 @@
 struct Card {
     explicit Card(std::vector<std::string> formats, double speed = 0);
     std::vector<uint8_t> capture() const { return readFileBytes(config.capturePath); }
+    // Makes changes to config take effect for the next open.
+    void reconfigure();
     size_t count(const std::string& kind) const {
         return eventsOfKind(readVdacLog(config.logPath), kind).size();
     }
