@@ -2,10 +2,12 @@
  * The virtual DAC: a playback-only ALSA PCM that consumes frames either at
  * once or paced by CLOCK_MONOTONIC, appends every consumed byte to a capture
  * file and every stream event to a log, so tests can check exactly what a
- * player sent to its "card" and when.
+ * player sent to its "card" and when. On request it also shows habits of
+ * real cards (see vdac_config.h) that a player has to survive.
  *
- * alsa-lib calls every callback but drain with the PCM lock held; our own
- * mutex still guards the state because drain sleeps without that lock.
+ * alsa-lib calls every callback but drain, resume and poll_revents with the
+ * PCM lock held; our own mutex still guards the state because those run
+ * without it. Sleeps (drain, a full card without rewind) release our mutex.
  */
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
