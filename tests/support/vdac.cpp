@@ -1,8 +1,13 @@
 #include "tests/support/vdac.h"
 
 #include <alsa/asoundlib.h>
+#include <fcntl.h>
 #include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <locale>
@@ -33,12 +38,98 @@ void writeVdacConfig(const std::string& confPath, const VdacConfig& c) {
          << c.channelsMax << "\n  speed " << std::fixed << c.speed << "\n";
     if (!c.capturePath.empty()) conf << "  capture \"" << c.capturePath << "\"\n";
     if (!c.logPath.empty()) conf << "  log \"" << c.logPath << "\"\n";
+    conf << "  pointer_step " << c.pointerStep << "\n  suspend_after " << c.suspendAfter
+         << "\n  resume " << c.resumeAllowed << "\n  disconnect_after " << c.disconnectAfter
+         << "\n  busy " << c.busy << "\n  no_rewind " << c.noRewind << "\n";
     if (!(conf << "}\n").flush()) throw std::runtime_error("cannot write " + confPath);
 }
 
 void useAlsaConfig(const std::string& confPath) {
     setenv("ALSA_CONFIG_PATH", confPath.c_str(), 1);
     snd_config_update_free_global();
+}
+
+namespace {
+
+size_t frameBytes(const VdacEvent& hwParams) {
+    auto field = [&](const char* key) {
+        auto it = hwParams.fields.find(key);
+        return it == hwParams.fields.end() ? std::string() : it->second;
+    };
+    snd_pcm_format_t format = snd_pcm_format_value(field("format").c_str());
+    int width = format == SND_PCM_FORMAT_UNKNOWN ? 0 : snd_pcm_format_physical_width(format);
+    return width > 0 ? size_t(width) / 8 * std::stoul("0" + field("channels")) : 0;
+}
+
+// The clock runs from these events to the next one that stops it.
+bool startsClock(const VdacEvent& e) {
+    if (e.kind == "pause") return e.fields.at("on") == "0";
+    if (e.kind == "resume") return e.fields.at("ok") == "1";
+    return e.kind == "start";
+}
+
+bool leavesClock(const VdacEvent& e) {
+    return e.kind == "rewind" || e.kind == "forward" || e.kind == "refuse" || e.kind == "mark";
+}
+
+void estimateMarks(std::vector<VdacEvent>& events) {
+    double speed = 0, rate = 0;
+    size_t frame = 0;
+    const VdacEvent* anchor = nullptr;  // the event that started the clock, if it runs
+    uint64_t last = 0;
+    for (size_t i = 0; i < events.size(); ++i) {
+        VdacEvent& e = events[i];
+        if (e.kind != "mark") {
+            if (e.kind == "open") speed = std::stod("0" + e.fields["speed"]);
+            if (e.kind == "hw_params") {
+                rate = std::stod("0" + e.fields["rate"]);
+                frame = frameBytes(e);
+            }
+            if (startsClock(e))
+                anchor = &e;
+            else if (!leavesClock(e))
+                anchor = nullptr;
+            last = e.bytes;
+            continue;
+        }
+        uint64_t next = last;  // the next event's count bounds the estimate
+        for (size_t j = i + 1; j < events.size(); ++j)
+            if (events[j].kind != "mark") {
+                if (events[j].kind != "open") next = events[j].bytes;
+                break;
+            }
+        e.bytes = last;
+        if (anchor && speed > 0 && frame > 0 && e.us > anchor->us) {
+            double frames = double(e.us - anchor->us) * 1e-6 * rate * speed;
+            e.bytes = std::max(last, std::min(next, anchor->bytes + uint64_t(frames) * frame));
+        } else if (anchor) {
+            e.bytes = next;  // as fast as written: it has played what it will have
+        }
+    }
+}
+
+}  // namespace
+
+void markVdacLog(const std::string& logPath, const std::string& what) {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    std::string word = what;
+    for (char& c : word)
+        if (std::isspace(static_cast<unsigned char>(c))) c = '_';
+    std::string line = std::to_string(uint64_t(ts.tv_sec) * 1000000 + uint64_t(ts.tv_nsec) / 1000) +
+                       " mark what=" + word + "\n";
+    // One write on O_APPEND, as the card does: lines never interleave.
+    int fd = open(logPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    bool ok = fd >= 0 && write(fd, line.data(), line.size()) == ssize_t(line.size());
+    if (fd >= 0) close(fd);
+    if (!ok) throw std::runtime_error("cannot append to " + logPath);
+}
+
+uint64_t vdacFramesAt(const std::vector<VdacEvent>& events, size_t index) {
+    size_t frame = 0;
+    for (size_t i = 0; i <= index && i < events.size(); ++i)
+        if (events[i].kind == "hw_params") frame = frameBytes(events[i]);
+    return frame ? events.at(index).bytes / frame : 0;
 }
 
 std::vector<VdacEvent> readVdacLog(const std::string& path) {
@@ -61,6 +152,7 @@ std::vector<VdacEvent> readVdacLog(const std::string& path) {
         }
         events.push_back(std::move(e));
     }
+    estimateMarks(events);
     return events;
 }
 

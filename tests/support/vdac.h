@@ -15,6 +15,16 @@ struct VdacConfig {
     int channelsMin = 1, channelsMax = 8;
     double speed = 0;                  // 0: consumed as written, 1: real time, N: N x real time
     std::string capturePath, logPath;  // empty: not recorded
+
+    // A real card's habits, all off by default. Frame counts run from snd_pcm_open.
+    long pointerStep = 0;       // the reported position moves in steps of this many frames
+    long suspendAfter = 0;      // SUSPENDED once this many frames were played (once per open)
+    bool resumeAllowed = true;  // false: snd_pcm_resume still returns 0 (alsa-lib ignores the
+                                // plugin) but leaves an xrun, so only prepare brings it back
+    long disconnectAfter = 0;   // DISCONNECTED and -ENODEV everywhere once this many were played
+    bool busy = false;          // snd_pcm_open fails with -EBUSY
+    bool noRewind = false;      // once running, the reported position is the application
+                                // pointer: nothing is rewindable, a rewind let through is undone
 };
 
 // Writes a self-contained ALSA configuration: with ALSA_CONFIG_PATH naming only
@@ -27,13 +37,24 @@ void useAlsaConfig(const std::string& confPath);
 
 struct VdacEvent {
     uint64_t us = 0;   // CLOCK_MONOTONIC, microseconds
-    std::string kind;  // open, hw_params, prepare, start, drop, drain, xrun, pause, close
+    std::string kind;  // open, hw_params, refuse, prepare, start, drop, drain, xrun, pause,
+                       // suspend, resume, disconnect, rewind, forward, busy, close; mark
     std::map<std::string, std::string> fields;
     uint64_t bytes = 0;  // bytes consumed by the device so far in this open
 };
 
+// A mark's bytes are not logged: readVdacLog estimates them from the pacing clock
+// (speed, rate, frame size) since the last start, unpause or resume, never beyond
+// the next event's count; while stopped, or at speed 0, they are the surrounding count.
 std::vector<VdacEvent> readVdacLog(const std::string& path);
 std::vector<VdacEvent> eventsOfKind(const std::vector<VdacEvent>& events, const std::string& kind);
+
+// Appends "<us> mark what=<what>" in the card's own clock, e.g. when a test presses a
+// key, so the frames played between it and the change it caused can be counted.
+// Blanks in `what` become '_'. Safe while the card writes the same log.
+void markVdacLog(const std::string& logPath, const std::string& what);
+// Frames played in this open at events[index], by the last hw_params' frame size.
+uint64_t vdacFramesAt(const std::vector<VdacEvent>& events, size_t index);
 
 std::vector<uint8_t> readFileBytes(const std::string& path);
 void writeFileBytes(const std::string& path, const std::vector<uint8_t>& data);

@@ -74,6 +74,20 @@ static int get_uint(snd_config_t* node, unsigned int* out) {
     return 0;
 }
 
+static int get_count(snd_config_t* node, unsigned long* out) {
+    long l;
+    if (snd_config_get_integer(node, &l) < 0 || l < 0) return -EINVAL;
+    *out = (unsigned long)l;
+    return 0;
+}
+
+static int get_flag(snd_config_t* node, int* out) {
+    int b = snd_config_get_bool(node);
+    if (b < 0) return -EINVAL;
+    *out = b;
+    return 0;
+}
+
 static int get_speed(snd_config_t* node, double* out) {
     const char* s;
     if (snd_config_get_string(node, &s) == 0) {
@@ -107,6 +121,12 @@ static int parse_field(struct vdac_config* cfg, const char* id, snd_config_t* no
     if (!strcmp(id, "speed")) return get_speed(node, &cfg->speed);
     if (!strcmp(id, "capture")) return get_path(node, &cfg->capture);
     if (!strcmp(id, "log")) return get_path(node, &cfg->log);
+    if (!strcmp(id, "pointer_step")) return get_count(node, &cfg->pointer_step);
+    if (!strcmp(id, "suspend_after")) return get_count(node, &cfg->suspend_after);
+    if (!strcmp(id, "resume")) return get_flag(node, &cfg->resume);
+    if (!strcmp(id, "disconnect_after")) return get_count(node, &cfg->disconnect_after);
+    if (!strcmp(id, "busy")) return get_flag(node, &cfg->busy);
+    if (!strcmp(id, "no_rewind")) return get_flag(node, &cfg->no_rewind);
     return -ENOENT;
 }
 
@@ -119,6 +139,7 @@ int vdac_config_parse(struct vdac_config* cfg, snd_config_t* conf, const char* n
     cfg->nrates = 2;
     cfg->channels_min = 1;
     cfg->channels_max = 8;
+    cfg->resume = 1;
 
     snd_config_iterator_t i, next;
     snd_config_for_each(i, next, conf) {
