@@ -49,6 +49,8 @@ void applyBuffering(snd_pcm_t* pcm, snd_pcm_hw_params_t* params, const PcmReques
     } else if (r.periodTimeUs < 0 && r.periodFrames < 0) {
         unsigned us = kDefaultBufferUs;
         snd_pcm_hw_params_set_buffer_time_near(pcm, params, &us, nullptr);
+        us = kDefaultBufferUs / 4;
+        snd_pcm_hw_params_set_period_time_near(pcm, params, &us, nullptr);
     }
 }
 

@@ -16,8 +16,10 @@ struct PcmRequest {
     int32_t periodTimeUs = -1, periodFrames = -1, bufferTimeUs = -1, bufferFrames = -1;
 };
 
-// Without a user setting the card gets about half a second: pause, seek and
-// stop act on what is buffered, and ALSA's maximum can be many seconds.
+// Without a user setting the card gets about half a second in four periods:
+// pause, seek and stop act on what is buffered, and ALSA's maximum can be
+// many seconds; a transfer pass (a sixteenth of the buffer) stays well
+// inside a period.
 constexpr unsigned kDefaultBufferUs = 500000;
 
 struct PcmRefusal {

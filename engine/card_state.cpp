@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "device/recovery.h"
 #include "engine/run_support.h"
 
 void CardState::restart() {
@@ -22,22 +23,30 @@ snd_pcm_sframes_t CardState::queued() const {
 
 uint64_t CardState::takeBack(uint64_t limit, bool keepEven, bool& dropped) {
     dropped = false;
-    if (limit == 0 || queued() == 0) return 0;
-    snd_pcm_sframes_t can = snd_pcm_rewindable(pcm_);
-    uint64_t n = std::min<uint64_t>(can > 0 ? uint64_t(can) : 0, limit);
+    const uint64_t held = uint64_t(queued());
+    if (limit == 0 || held == 0) return 0;
+    // rewindable counts from the pointer last read: read it now. A pass
+    // stays queued so the frames written next have time to follow (a driver
+    // already leaves out what its hardware has fetched; a plugin may not).
+    snd_pcm_avail(pcm_);
+    const uint64_t margin = geometry_.bufferFrames / 16;
+    const snd_pcm_sframes_t can = snd_pcm_rewindable(pcm_);
+    uint64_t n =
+        std::min<uint64_t>(can > 0 && uint64_t(can) > margin ? uint64_t(can) - margin : 0, limit);
     if (keepEven) n &= ~uint64_t(1);
     if (n > 0) {
         snd_pcm_sframes_t got = snd_pcm_rewind(pcm_, n);
         if (got > 0 && keepEven && (got & 1)) got -= snd_pcm_forward(pcm_, 1) == 1 ? 1 : 0;
-        return got > 0 ? uint64_t(got) : 0;
+        // Some plugins answer a rewind they do not carry out: trust the queue.
+        if (got > 0 && uint64_t(queued()) + uint64_t(got) / 2 <= held) return uint64_t(got);
     }
-    if (can > 0) return 0;  // only an odd frame could go back
-    // No rewind: dropping is safe only when all the card holds is ours to redo.
-    const uint64_t held = uint64_t(queued());
-    if (held > limit) return 0;
+    // No rewind. Dropping is worth it past a pass, and safe only when all the
+    // card holds is ours to write again.
+    const uint64_t now = uint64_t(queued());
+    if (now <= margin || now > limit) return 0;
     restart();
     dropped = true;
-    return held;
+    return now;
 }
 
 bool CardState::playedOut() {
@@ -51,9 +60,14 @@ bool CardState::playedOut() {
             break;
         }
         case SND_PCM_STATE_RUNNING:
-            // The last pass's worth is drained: a stop waits for no more.
-            if (uint64_t(queued()) > geometry_.bufferFrames / 16 + 1) return false;
+            // The last stretch is drained so the card never runs dry: a pass
+            // and a period, since a card may report its position by periods.
+            // A stop waits for no more than that.
+            if (uint64_t(queued()) > geometry_.periodFrames + geometry_.bufferFrames / 8)
+                return false;
             break;
+        case SND_PCM_STATE_SUSPENDED:
+            return recoverPcm(pcm_, -ESTRPIPE) == PcmRecovery::Gone;
         case SND_PCM_STATE_XRUN:
             // An underrun here is the end of the data, not a fault; the card
             // is closed as from a clean end.

@@ -140,6 +140,12 @@ TransferEnd runTransfer(const TransferContext& c, Source& src, bool rw) {
             snd_pcm_drop(c.pcm);
             return TransferEnd::Stopped;
         }
+        // A suspended or unplugged card shows in its state first; avail may
+        // still answer with a count.
+        const snd_pcm_state_t state = snd_pcm_state(c.pcm);
+        if (state == SND_PCM_STATE_DISCONNECTED) return TransferEnd::DeviceGone;
+        if (state == SND_PCM_STATE_SUSPENDED && !recovered<Source>(c, card, -ESTRPIPE))
+            return TransferEnd::DeviceGone;
         followControls(c, src, card);
         if (src.finished() && !card.paused && !c.silence->owesFrame()) {
             if (!c.playOut || card.playedOut()) return TransferEnd::Done;

@@ -3,6 +3,7 @@
 // transfer loop and source, so each is swept.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "engine/packing.h"
@@ -101,6 +102,58 @@ TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
             }
             EXPECT_GT(pausedFrames(data, ref, 0, std::vector<uint8_t>(4, kDsdIdleByte)), 0u);
         }
+    }
+}
+
+// Index in events of the first event of kind at or after from.
+size_t eventAfter(const std::vector<VdacEvent>& events, size_t from, const std::string& kind) {
+    while (from < events.size() && events[from].kind != kind) ++from;
+    return from;
+}
+
+// With the default buffer (half a second) a pause is heard, and a stop
+// acts, within one period of the key, on a card that rewinds and on one that
+// cannot: counted in frames from the card's own log, not by a clock.
+TEST_P(Controls, PauseAndStopAreHeardWithinAPeriod) {
+    const Fixture f = fixture("flac-s16-44k1-stereo.flac");
+    for (bool noRewind : {false, true}) {
+        // The virtual card fakes "no rewind" by reporting every written frame
+        // as fetched, which makes its read/write room a lie: memory-mapped only.
+        if (noRewind && GetParam().rw) continue;
+        SCOPED_TRACE(noRewind ? "no rewind" : "rewind");
+        Card card({"S32_LE"}, 1);
+        card.config.noRewind = noRewind;
+        card.reconfigure();
+        settings.periodFrames = settings.bufferFrames = -1;
+        const std::string log = card.config.logPath;
+        play({f.path()}, GetParam(), kFormatS32, [&] {
+            hold(700);
+            markVdacLog(log, "pause");
+            playerControl.pauseRequest.store(1);
+            hold(300);
+            markVdacLog(log, "stop");
+            playerControl.stopRequest.store(1);
+            playerControl.pauseRequest.store(0);
+        });
+        const std::vector<VdacEvent> events = readVdacLog(log);
+        const size_t hw = eventAfter(events, 0, "hw_params");
+        ASSERT_LT(hw, events.size());
+        const uint64_t period = std::stoull(events[hw].fields.at("period"));
+        const uint64_t buffer = std::stoull(events[hw].fields.at("buffer"));
+        EXPECT_NEAR(double(buffer), 22050, 2048);  // about half a second
+        const size_t pause = eventAfter(events, 0, "mark"),
+                     stop = eventAfter(events, pause + 1, "mark");
+        const size_t drop = eventAfter(events, stop, "drop");
+        ASSERT_LT(drop, events.size());
+        EXPECT_LE(vdacFramesAt(events, drop) - vdacFramesAt(events, stop), period);
+
+        // The first silent frame after the key, in the capture.
+        const std::vector<uint8_t> cap = card.capture();
+        uint64_t frame = vdacFramesAt(events, pause);
+        while (frame * 8 + 8 <= cap.size() &&
+               !std::all_of(&cap[frame * 8], &cap[frame * 8 + 8], [](uint8_t b) { return !b; }))
+            ++frame;
+        EXPECT_LE(frame - vdacFramesAt(events, pause), period + buffer / 16);
     }
 }
 

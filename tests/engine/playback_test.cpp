@@ -20,6 +20,7 @@ struct Case {
     double speed = 0;           // card speed; 50 makes read/write access underrun
     int32_t dsdMode = kDsdDop;
     std::string native = "";  // DSD_U32_BE or DSD_U32_LE: the card takes native DSD words
+    long step = 0;            // the card reports its position in steps of this many frames
 };
 
 std::vector<Case> cases() {
@@ -58,13 +59,24 @@ std::vector<Case> cases() {
     out.push_back({{flac, "flac-s16-44k1-mono.flac"}, {true, false}, kFormatS32, -1, 2});
     out.push_back({{wav, flac}, {false, false}, kFormatS32, -1, 2});
     for (bool di : {false, true}) out.push_back({{wav}, {di, true}, kFormatS32, -1, 1, 50});
+    // A card whose position moves by periods often has no room at all: every
+    // mode must wait for it, never take it for the end of the file.
+    for (Mode m : kModes) {
+        out.push_back({.files = {wav, flac}, .mode = m, .sessions = m.di ? 1u : 2u, .step = 1024});
+        out.push_back({.files = {"dsf-dsd64-2ch.dsf"}, .mode = m, .step = 1024});
+    }
+    for (bool rw : {false, true})
+        out.push_back({.files = {wav, flac, "alac-s16-44k1-stereo.m4a"},
+                       .mode = {true, rw},
+                       .speed = 1,
+                       .step = 1024});
     return out;
 }
 
 void PrintTo(const Case& c, std::ostream* os) {
     for (const std::string& f : c.files) *os << f << " ";
     *os << modeName(c.mode) << " " << formatName(c.card) << " seek " << c.seek << " speed "
-        << c.speed << " DSD mode " << c.dsdMode << " " << c.native;
+        << c.speed << " DSD mode " << c.dsdMode << " " << c.native << " step " << c.step;
 }
 
 // Raw DSD (interleaved by channel, earliest byte first) in the card's words:
@@ -90,7 +102,9 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     const Case& c = GetParam();
     const std::string cardFormat = c.native.empty() ? formatName(c.card) : c.native;
     Card card({cardFormat}, c.speed);
-    settings.bufferFrames = c.speed ? 2048 : 4096;
+    card.config.pointerStep = c.step;
+    card.reconfigure();
+    settings.bufferFrames = c.speed > 1 ? 2048 : 4096;
     settings.dsdMode = c.dsdMode;
     const int pcmRate = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
     if (!c.native.empty())
@@ -124,8 +138,12 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
         << cap.size() << " bytes captured of " << want.size();
     EXPECT_EQ(cap.size(), want.size());
 
-    for (const char* kind : {"open", "hw_params", "drain"}) EXPECT_EQ(card.count(kind), c.sessions);
-    EXPECT_EQ(card.count("xrun") > 0, c.speed > 0);
+    for (const char* kind : {"open", "hw_params"}) EXPECT_EQ(card.count(kind), c.sessions);
+    // A card that keeps running dry ends in an underrun, not a drain.
+    if (c.speed <= 1) {
+        EXPECT_EQ(card.count("drain"), c.sessions);
+    }
+    EXPECT_EQ(card.count("xrun") > 0, c.speed > 1);
     const Fixture first = fixture(c.files[0]);
     const int rate = first.kind != "dsd"    ? first.rate
                      : c.dsdMode == kDsdPcm ? pcmRate
