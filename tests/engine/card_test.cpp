@@ -1,7 +1,12 @@
 // Cards that are not ideal: ones that refuse a rate, a channel count or a
-// format. A file is never played in anything but its own format; the queue
-// goes on with the files the card takes.
+// format, get suspended, unplugged or are held busy. A file is never played in anything but its own
+// format; the queue goes on with the files the card takes.
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "device/recovery.h"
 
 #include "engine/packing.h"
 #include "settings/settings.h"
@@ -46,6 +51,77 @@ TEST_P(Refusals, AFormatTheCardLacksIsNeverPacked) {
     EXPECT_TRUE(card.capture().empty());
     EXPECT_EQ(card.count("hw_params"), 0u);
 }
+
+class Faults : public testing::TestWithParam<Mode> {};
+
+// A suspended card is resumed and loses no frame; one that cannot resume is
+// prepared and the file plays on to its end; an unplugged one ends the run
+// with its name and the prompt, never a hang or a spin.
+TEST_P(Faults, SuspendAndUnplugMidFile) {
+    const Fixture f = fixture("wav-s16-44k1-stereo.wav");
+    const std::vector<uint8_t> ref = expectedCardBytes(f, kFormatS32);
+    for (bool resume : {true, false}) {
+        SCOPED_TRACE(resume ? "resume" : "no resume");
+        Card card({"S32_LE"});
+        card.config.suspendAfter = 50000;
+        card.config.resumeAllowed = resume;
+        card.reconfigure();
+        RunText text = play({f.path()}, GetParam(), kFormatS32);
+        EXPECT_EQ(card.count("suspend"), 1u);
+        EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
+        const std::vector<uint8_t> cap = card.capture();
+        if (resume) {
+            EXPECT_TRUE(cap == ref) << cap.size() << " of " << ref.size();
+        } else {
+            // What the card held when it stopped is gone with it; the rest plays.
+            ASSERT_GE(cap.size(), 50000u * 8);
+            EXPECT_TRUE(std::equal(cap.begin(), cap.begin() + 50000 * 8, ref.begin()));
+            EXPECT_TRUE(std::equal(cap.end() - 8192, cap.end(), ref.end() - 8192));
+        }
+    }
+    Card card({"S32_LE"});
+    card.config.disconnectAfter = 50000;
+    card.reconfigure();
+    RunText text = play({f.path(), f.path()}, GetParam(), kFormatS32);
+    EXPECT_NE(text.err.find("\nsound device \"default\" is gone: No such device\n"),
+              std::string::npos)
+        << text.err;
+    EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
+    EXPECT_EQ(card.capture().size(), 50000u * 8);
+    EXPECT_EQ(playerControl.runFailed.load(), 1);
+}
+
+// Busy at open: the message says so and, where the kernel shows it, who
+// holds the card.
+TEST(Faults, BusyCardNamesItsHolder) {
+    const Fixture f = fixture("wav-s16-44k1-stereo.wav");
+    Card card({"S32_LE"});
+    card.config.busy = true;
+    card.reconfigure();
+    const std::string saved = procAsoundRoot;
+    for (bool shown : {false, true}) {
+        procAsoundRoot = card.dir.file("asound");
+        if (shown) {
+            std::filesystem::create_directories(procAsoundRoot + "/card1/pcm0p/sub0");
+            writeFileBytes(procAsoundRoot + "/card1/pcm0p/sub0/status",
+                           {'s', 't', 'a', 't', 'e', ':', ' ', 'R', '\n', 'o', 'w', 'n', 'e',
+                            'r', '_', 'p', 'i', 'd', ' ', ' ', ' ', ':',  ' ', '4', '2', '\n'});
+        }
+        RunText text = play({f.path()}, {true, false}, kFormatS32);
+        const std::string why = shown ? "in use by process 42" : "another program is using it";
+        EXPECT_NE(
+            text.err.find(f.path() + ": unable to open pcm device: Device or resource busy (" +
+                          why + ")\n"),
+            std::string::npos)
+            << text.err;
+        EXPECT_TRUE(text.err.ends_with("\n> "));
+    }
+    procAsoundRoot = saved;
+    EXPECT_TRUE(card.capture().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, Faults, testing::ValuesIn(kModes),
+                         [](const auto& info) { return modeName(info.param); });
 
 INSTANTIATE_TEST_SUITE_P(Modes, Refusals, testing::ValuesIn(kModes),
                          [](const auto& info) { return modeName(info.param); });
