@@ -25,11 +25,12 @@ uint64_t CardState::takeBack(uint64_t limit, bool keepEven, bool& dropped) {
     dropped = false;
     const uint64_t held = uint64_t(queued());
     if (limit == 0 || held == 0) return 0;
-    // rewindable counts from the pointer last read: read it now. A pass
-    // stays queued so the frames written next have time to follow (a driver
-    // already leaves out what its hardware has fetched; a plugin may not).
+    // rewindable counts from the pointer last read: read it now. About 10 ms
+    // (at most a pass) stays queued so the frames written next have time to
+    // follow (a driver already leaves out what its hardware has fetched; a
+    // plugin may not).
     snd_pcm_avail(pcm_);
-    const uint64_t margin = geometry_.bufferFrames / 16;
+    const uint64_t margin = std::min<uint64_t>(geometry_.bufferFrames / 16, rate_ / 100);
     const snd_pcm_sframes_t can = snd_pcm_rewindable(pcm_);
     uint64_t n =
         std::min<uint64_t>(can > 0 && uint64_t(can) > margin ? uint64_t(can) - margin : 0, limit);
@@ -87,8 +88,8 @@ void CardState::publishHeard(PlayerControl& pc, uint64_t position, int32_t rate)
     pc.heardMs.store(int64_t(frame * 1000 / uint64_t(rate)));
 }
 
-void playOut(PlayerControl& pc, snd_pcm_t* pcm, const DeviceGeometry& geometry) {
-    CardState card(pcm, geometry);
+void playOut(PlayerControl& pc, snd_pcm_t* pcm, const DeviceGeometry& geometry, uint32_t rate) {
+    CardState card(pcm, geometry, rate);
     while (!card.playedOut()) {
         if (pc.stopRequest.load()) {
             snd_pcm_drop(pcm);

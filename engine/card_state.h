@@ -11,7 +11,8 @@
 
 class CardState {
   public:
-    CardState(snd_pcm_t* pcm, const DeviceGeometry& geometry) : pcm_(pcm), geometry_(geometry) {}
+    CardState(snd_pcm_t* pcm, const DeviceGeometry& geometry, uint32_t rate)
+        : pcm_(pcm), geometry_(geometry), rate_(rate) {}
 
     bool started = false;
     bool paused = false;
@@ -38,8 +39,9 @@ class CardState {
 
     snd_pcm_t* pcm_;
     DeviceGeometry geometry_;
+    uint32_t rate_;
 };
 
 // Lets the card play out what it holds, dropping it at once when a stop
 // comes; for a device that is closed between files.
-void playOut(PlayerControl& pc, snd_pcm_t* pcm, const DeviceGeometry& geometry);
+void playOut(PlayerControl& pc, snd_pcm_t* pcm, const DeviceGeometry& geometry, uint32_t rate);

@@ -71,7 +71,7 @@ constexpr int kMode = int(LoadMode::DirectInput);
 
 // Lets the device play out what it holds, then closes it.
 void finish(PlayerControl& pc, OutputDevice& dev) {
-    if (dev) playOut(pc, dev.pcm(), dev.geometry());
+    if (dev) playOut(pc, dev.pcm(), dev.geometry(), dev.rate());
     dev.close();
 }
 

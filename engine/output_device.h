@@ -33,6 +33,7 @@ class OutputDevice {
         return pcm_ && format == format_ && channels == channels_ && rate == rate_;
     }
     const DeviceGeometry& geometry() const { return geometry_; }
+    uint32_t rate() const { return uint32_t(rate_); }
     // Drops whatever is still queued and closes; the transfer loop has let
     // the card play out what it should by then.
     void close();

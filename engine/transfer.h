@@ -133,7 +133,7 @@ int rwPass(const TransferContext& c, Source& src, CardState& card, snd_pcm_ufram
 
 template <class Source>
 TransferEnd runTransfer(const TransferContext& c, Source& src, bool rw) {
-    CardState card(c.pcm, c.geometry);
+    CardState card(c.pcm, c.geometry, uint32_t(c.rate));
     TransferEnd end = TransferEnd::Done;
     for (;;) {
         if (c.pc.stopRequest.load()) {
