@@ -23,8 +23,8 @@ struct VdacConfig {
                                 // plugin) but leaves an xrun, so only prepare brings it back
     long disconnectAfter = 0;   // DISCONNECTED and -ENODEV everywhere once this many were played
     bool busy = false;          // snd_pcm_open fails with -EBUSY
-    bool noRewind = false;      // once running, the reported position is the application
-                                // pointer: nothing is rewindable, a rewind let through is undone
+    bool noRewind = false;      // once running, a rewind alsa-lib lets through is undone:
+                                // the application pointer goes back where it was
 };
 
 // Writes a self-contained ALSA configuration: with ALSA_CONFIG_PATH naming only

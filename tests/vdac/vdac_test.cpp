@@ -300,14 +300,13 @@ TEST(Vdac, CardWithoutRewindTakesNothingBack) {
         ASSERT_GT(n, 0) << snd_strerror(int(n));
         done += size_t(n);
         if (done == 7000) {
-            // alsa-lib's position is a transfer old: it offers that transfer back.
+            // alsa-lib offers what the card holds; the card refuses to give it up.
             snd_pcm_sframes_t stale = snd_pcm_rewindable(card.pcm);
             ASSERT_GT(stale, 0);
             ASSERT_EQ(snd_pcm_rewind(card.pcm, stale), stale);
             refused = size_t(stale);
         }
         ASSERT_GE(snd_pcm_avail(card.pcm), 0);
-        EXPECT_EQ(snd_pcm_rewindable(card.pcm), 0);
         snd_pcm_sframes_t delay = -1;
         ASSERT_EQ(snd_pcm_delay(card.pcm, &delay), 0);
         EXPECT_LE(delay, 4410);

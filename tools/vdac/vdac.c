@@ -176,14 +176,9 @@ static int advance(vdac_t* v, int draining) {
     return -EPIPE;
 }
 
-/* The position the card reports: a card without rewind has fetched all it was given. */
+/* The position the card reports. A card without rewind reports it honestly
+ * too (its room must stay true); it refuses the rewind itself below. */
 static uint64_t reported_position(const vdac_t* v) {
-    if (v->cfg.no_rewind && v->running) {
-        /* alsa-lib follows the pointer modulo the buffer: a whole buffer's jump
-         * would read as none, so the position stays a frame short of it. */
-        uint64_t most = v->consumed + v->io.buffer_size - 1;
-        return v->written < most ? v->written : most;
-    }
     uint64_t pos = v->consumed;
     if (v->cfg.pointer_step) pos -= pos % v->cfg.pointer_step;
     return pos;
