@@ -112,10 +112,40 @@ TEST_F(Console, SelectedFileAndTheRestOfTheFolderPlayBitExact) {
 
     EXPECT_EQ(play("2\n"), want);  // entry 0 is ".."
     EXPECT_NE(run_.out().find("(2/3)"), std::string::npos);
+    EXPECT_NE(run_.out().find("Card: S32_LE, 44100 Hz, 2 channels, MMAP: bit-perfect\n"),
+              std::string::npos)
+        << run_.out();
     EXPECT_EQ(run_.out().find("(1/3)"), std::string::npos);
     // Full Memory: a session per file, each played out.
     EXPECT_EQ(eventsOfKind(fx_.events(), "drain").size(), 2u);
     EXPECT_TRUE(eventsOfKind(fx_.events(), "drop").empty());
+}
+
+class PacedConsole : public Console {
+  protected:
+    PacedConsole() : Console(realTime()) {}
+    static VdacConfig realTime() {
+        VdacConfig config;
+        config.speed = 1;
+        return config;
+    }
+};
+
+// A settings word typed with the play command waits until the player has
+// started; by then it is a playing word (no seek), so the mode the player
+// read is never changed under it. The report then shows what the card granted.
+TEST_F(PacedConsole, WordsTypedWhilePlayingStartsWaitForThePlayer) {
+    copyFixture("flac-s16-44k1-stereo.flac", "01.flac");
+    start("01.flac");
+    size_t err = run_.err().size();
+    run_.send("1\ndi\ns\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << run_.err();
+    const std::string report = idle("st\n");
+    EXPECT_NE(report.find("Mode: Full Memory\n"), std::string::npos) << report;
+    EXPECT_NE(report.find("ALSA granted: period 5512 frames, buffer 22050 frames\n"),
+              std::string::npos)
+        << report;
+    EXPECT_EQ(eventsOfKind(fx_.events(), "drop").size(), 1u);
 }
 
 // Entries: 0 "..", 1 album.flac, 2 album.cue, 3 empty.cue, 4 gone.cue.
