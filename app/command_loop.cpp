@@ -16,10 +16,24 @@ void playingPrompt() {
     std::fflush(stdout);
 }
 
+// A track in the running file is a seek; in another file of the sheet, that
+// file plays from the track's start, the queue rebuilt around it.
 void trackJump(const std::string& word) {
     int64_t track = leadingInteger(std::string_view(word).substr(1));
-    if (track >= 1 && track <= static_cast<int64_t>(trackStartsMs.size()))
-        jumpTo(trackStartsMs[track - 1] / 1000);
+    if (track < 1 || track > static_cast<int64_t>(trackStartFrames.size())) return;
+    std::string file = playerControl.currentPath;
+    const int64_t cd = trackStartFrames[size_t(track - 1)];
+    if (cd >= 0 && !cueHasManyFiles()) {
+        playerControl.pauseRequest.store(0);
+        playerControl.playStartMs.store(nowMs() - uint64_t(cd * 1000 / 75));
+        playerControl.seekCdFrames.store(cd);
+        playerControl.seekSeconds.store(int32_t(cd / 75));
+        return;
+    }
+    if (!trackStart(size_t(track - 1), file)) return;
+    if (file == playerControl.currentPath) return;
+    stopPlayer();
+    startPlayback(file);
 }
 
 void seekCommand(const std::string& word) {

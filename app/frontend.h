@@ -30,6 +30,10 @@ void togglePause();
 int64_t positionSeconds();
 // Hands a position to the running player and moves the clock there.
 void jumpTo(int32_t seconds);
+// Sets a CUE track's exact start as the pending seek, and file to the file
+// it plays from when the sheet names several. False, with a message on
+// stderr, when the track cannot be played.
+bool trackStart(size_t track, std::string& file);
 
 // One command in whichever set applies now; false after the exit command.
 bool runCommand(const std::string& word);

@@ -64,8 +64,13 @@ void selectFile(const std::string& path, int64_t track) {
         return;
     }
     playerControl.seekSeconds.store(-1);
-    if (track >= 1 && track <= static_cast<int64_t>(trackStartsMs.size()))
-        playerControl.seekSeconds.store(trackStartsMs[track - 1] / 1000);
+    playerControl.seekCdFrames.store(-1);
+    if (track >= 1 && track <= static_cast<int64_t>(trackStartFrames.size())) {
+        std::string file = path;
+        if (!trackStart(size_t(track - 1), file)) return;
+        startPlayback(file);
+        return;
+    }
     startPlayback(path);
 }
 

@@ -6,6 +6,7 @@
 
 #include "app/frontend.h"
 #include "app/rules.h"
+#include "library/cue.h"
 #include "library/folder.h"
 #include "settings/settings.h"
 
@@ -97,6 +98,27 @@ void togglePause() {
     playerControl.pauseRequest.store(0);
     playerControl.playStartMs.store(playerControl.playStartMs.load() +
                                     (nowMs() - playerControl.pauseStartMs.load()));
+}
+
+bool trackStart(size_t track, std::string& file) {
+    const int64_t cd = trackStartFrames[track];
+    if (cd < 0) {
+        std::fprintf(stderr, "track %zu: its start is not a valid time\n", track + 1);
+        std::fflush(stderr);
+        return false;
+    }
+    if (cueHasManyFiles()) {
+        file = resolveTrackFile(track);
+        if (file.empty() || file.size() >= size_t(kPathSlot)) {
+            std::fprintf(stderr, "track %zu: \"%s\" is not beside the sheet\n", track + 1,
+                         trackFiles[track].c_str());
+            std::fflush(stderr);
+            return false;
+        }
+    }
+    playerControl.seekCdFrames.store(cd);
+    playerControl.seekSeconds.store(int32_t(cd / 75));
+    return true;
 }
 
 void jumpTo(int32_t seconds) {

@@ -32,6 +32,10 @@ struct PlayerControl {
     std::atomic<uint8_t> stopRequest{0};
     std::atomic<uint8_t> pauseRequest{0};
     std::atomic<int32_t> seekSeconds{-1};  // -1 = none pending
+    // The exact position of a pending seek in CD frames (75 a second), for a
+    // CUE track start; -1: the whole seconds of seekSeconds. Written before
+    // seekSeconds, which marks the seek as pending.
+    std::atomic<int64_t> seekCdFrames{-1};
     std::atomic<uint64_t> playStartMs{0};
     std::atomic<uint64_t> pauseStartMs{0};
     std::atomic<uint8_t> showAlsaSetup{0};

@@ -26,11 +26,11 @@ uint64_t CardState::takeBack(uint64_t limit, bool keepEven, bool& dropped) {
     const uint64_t held = uint64_t(queued());
     if (limit == 0 || held == 0) return 0;
     // rewindable counts from the pointer last read: read it now. About 20 ms
-    // (at most a pass) stays queued so the frames written next have time to
+    // (at most half the buffer) stays queued so the frames written next have time to
     // follow (a driver already leaves out what its hardware has fetched; a
     // plugin may not).
     snd_pcm_avail(pcm_);
-    const uint64_t margin = std::min<uint64_t>(geometry_.bufferFrames / 16, rate_ / 50);
+    const uint64_t margin = std::min<uint64_t>(geometry_.bufferFrames / 2, rate_ / 50);
     const snd_pcm_sframes_t can = snd_pcm_rewindable(pcm_);
     uint64_t n =
         std::min<uint64_t>(can > 0 && uint64_t(can) > margin ? uint64_t(can) - margin : 0, limit);

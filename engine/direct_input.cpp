@@ -43,7 +43,8 @@ class DecodeSource {
 
     bool finished() const { return reader_.finished(); }
     uint64_t position() const { return reader_.position(); }
-    void seek(int32_t seconds) { reader_.seek(uint64_t(ds_.rate) * uint64_t(seconds)); }
+    uint64_t frames() const { return ds_.frames; }
+    void seek(uint64_t frame) { reader_.seek(frame); }
     void back(uint64_t frames) { reader_.seek(position() - std::min(frames, position())); }
     // Decodes into the card's area (through the staging buffer when the
     // decoded frames are wider than the card's).
@@ -92,6 +93,11 @@ void* directInputPlayer(PlayerControl& pc) {
             return endRun(pc, RunEnd::GetInfoFailure, GetInfoReport::DirectInput);
         }
         publishStream(pc, ds);
+        if (seekPastEnd(pc, ds.rate, ds.frames)) {
+            finish(pc, dev);
+            reportProblem(pc, std::string(pc.currentPath) + ": the track starts after its end");
+            return endRun(pc, RunEnd::Failed);
+        }
         if (!dev.serves(ds.alsaFormat, ds.channels, ds.rate)) {
             finish(pc, dev);  // the previous file plays out first
             std::string why;

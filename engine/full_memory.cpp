@@ -71,14 +71,13 @@ class FullMemorySource {
     static constexpr bool kReportUnderrun = true;
     static constexpr bool kReadEndStopsRun = false;
 
-    FullMemorySource(const uint8_t* data, uint64_t bytes, uint32_t frameBytes, int32_t rate)
-        : data_(data), bytes_(bytes), frameBytes_(frameBytes), rate_(rate) {}
+    FullMemorySource(const uint8_t* data, uint64_t bytes, uint32_t frameBytes)
+        : data_(data), bytes_(bytes), frameBytes_(frameBytes) {}
 
     bool finished() const { return pos_ >= bytes_; }
     uint64_t position() const { return pos_ / frameBytes_; }
-    void seek(int32_t seconds) {
-        pos_ = std::min(uint64_t(rate_) * uint64_t(seconds) * frameBytes_, bytes_);
-    }
+    uint64_t frames() const { return bytes_ / frameBytes_; }
+    void seek(uint64_t frame) { pos_ = std::min(frame * frameBytes_, bytes_); }
     void back(uint64_t frames) { pos_ -= std::min(frames * frameBytes_, pos_); }
     int64_t fillArea(uint8_t* dst, uint32_t frames) {
         uint64_t n = std::min(bytes_ - pos_, uint64_t(frames) * frameBytes_);
@@ -99,7 +98,6 @@ class FullMemorySource {
     const uint8_t* data_;
     uint64_t bytes_;
     uint32_t frameBytes_;
-    int32_t rate_;
     uint64_t pos_ = 0;
 };
 
@@ -119,6 +117,10 @@ void* fullMemoryPlayer(PlayerControl& pc) {
                                        pc.dsdNativeBE.load() != 0);
         if (!ds.handle) return endRun(pc, RunEnd::GetInfoFailure, report);
         publishStream(pc, ds);
+        if (seekPastEnd(pc, ds.rate, ds.frames)) {
+            reportProblem(pc, std::string(pc.currentPath) + ": the track starts after its end");
+            return endRun(pc, RunEnd::Failed);
+        }
         std::string why;
         bool refused = false;
         OutputDevice dev =
@@ -151,7 +153,7 @@ void* fullMemoryPlayer(PlayerControl& pc) {
         describeCard(pc, ds, dev.geometry(), rw);
         announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
 
-        FullMemorySource src(loaded.data, loaded.bytes, frameBytes, ds.rate);
+        FullMemorySource src(loaded.data, loaded.bytes, frameBytes);
         PauseSilence silence(silenceFor(ds.card), ds.alsaFormat, ds.channels, frameBytes);
         TransferContext ctx{pc, dev.pcm(), dev.geometry(), &silence, ds.rate, true};
         if (runTransfer(ctx, src, rw) == TransferEnd::DeviceGone) {

@@ -62,11 +62,34 @@ bool advanceQueue(PlayerControl& pc) {
     return true;
 }
 
-int32_t takeSeek(PlayerControl& pc) {
-    int32_t target = pc.seekSeconds.load();
-    if (target < 0) return -1;
+namespace {
+// A CD frame is 1/75 s; every common rate holds a whole number of card
+// frames per CD frame, others round to the nearest.
+int64_t cdToCardFrame(int64_t cd, int32_t rate) {
+    return (cd * int64_t(rate) * 2 + 75) / 150;
+}
+}  // namespace
+
+int64_t takeSeek(PlayerControl& pc, int32_t rate, uint64_t frames) {
+    const int32_t seconds = pc.seekSeconds.load();
+    if (seconds < 0) return -1;
+    const int64_t cd = pc.seekCdFrames.load();
+    pc.seekCdFrames.store(-1);
     pc.seekSeconds.store(-1);
-    return target < pc.streamSeconds.load() ? target : -1;
+    if (cd >= 0) {
+        const int64_t frame = cdToCardFrame(cd, rate);
+        return uint64_t(frame) < frames ? frame : -1;
+    }
+    return seconds < pc.streamSeconds.load() ? int64_t(seconds) * rate : -1;
+}
+
+bool seekPastEnd(PlayerControl& pc, int32_t rate, uint64_t frames) {
+    const int64_t cd = pc.seekCdFrames.load();
+    if (pc.seekSeconds.load() < 0 || cd < 0 || uint64_t(cdToCardFrame(cd, rate)) < frames)
+        return false;
+    pc.seekCdFrames.store(-1);
+    pc.seekSeconds.store(-1);
+    return true;
 }
 
 void passSleep(unsigned bufferTimeUs) {

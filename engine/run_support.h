@@ -28,8 +28,13 @@ void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool ext
 // Moves to the next queue slot and makes it currentPath; false at the end.
 bool advanceQueue(PlayerControl& pc);
 
-// Consumes a pending seek: its seconds when inside the file, else -1.
-int32_t takeSeek(PlayerControl& pc);
+// Consumes a pending seek: the card frame it names when inside the file
+// (rate: card frames per second; frames: the file's), else -1.
+int64_t takeSeek(PlayerControl& pc, int32_t rate, uint64_t frames);
+
+// True when a pending CUE start lies at or past the end of the file; the
+// seek is then consumed.
+bool seekPastEnd(PlayerControl& pc, int32_t rate, uint64_t frames);
 
 // One pacing sleep of a sixteenth of the device's buffer time.
 void passSleep(unsigned bufferTimeUs);

@@ -10,7 +10,8 @@
 //   kReportUnderrun, kReadEndStopsRun   static rules of the load mode
 //   finished()                          nothing left of the file to write
 //   position()                          frames of the file written so far
-//   seek(seconds), back(frames)         move the write position
+//   frames()                            frames of the whole file
+//   seek(frame), back(frames)           move the write position
 //   fillArea(dst, frames) -> int64      card frames written at dst, or -1: read failed
 //   chunk(avail, frames&) -> ptr        read/write data (null: read failed)
 //   written(result)                     what snd_pcm_writei returned for that chunk
@@ -43,11 +44,12 @@ enum class TransferEnd { Done, Stopped, ReadFailed, DeviceGone };
 // and refilled from the first frame not heard.
 template <class Source>
 void followControls(const TransferContext& c, Source& src, CardState& card) {
-    int32_t target = takeSeek(c.pc);
+    const int64_t target = takeSeek(c.pc, c.rate, src.frames());
     if (target >= 0) {
         card.restart();
         c.silence->reset();
-        src.seek(target);
+        src.seek(uint64_t(target));
+        card.publishHeard(c.pc, src.position(), c.rate);
     }
     const bool want = c.pc.pauseRequest.load() != 0;
     if (want == card.paused) return;

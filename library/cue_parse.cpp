@@ -82,3 +82,20 @@ int32_t cueTimeToMs(const std::string& text) {
     int32_t frameMs = f * 1000 / 75;  // |f| <= 99, no overflow
     return static_cast<int32_t>(m * 60000u + s * 1000u + static_cast<uint32_t>(frameMs));
 }
+
+int64_t cueTimeToCdFrames(const std::string& text) {
+    const size_t first = text.find(':'), second = text.find(':', first + 1);
+    if (first == std::string::npos || second == std::string::npos) return -1;
+    const std::string parts[3] = {text.substr(0, first), text.substr(first + 1, second - first - 1),
+                                  text.substr(second + 1)};
+    int64_t value[3];
+    for (int i = 0; i < 3; ++i) {
+        // Minutes may run past 99 on long images; seconds and frames are two digits.
+        if (parts[i].empty() || parts[i].size() > (i ? 2u : 6u) ||
+            parts[i].find_first_not_of("0123456789") != std::string::npos)
+            return -1;
+        value[i] = std::stoll(parts[i]);
+    }
+    if (value[1] >= 60 || value[2] >= 75) return -1;
+    return (value[0] * 60 + value[1]) * 75 + value[2];
+}

@@ -11,6 +11,9 @@ std::vector<std::string> cueLines;
 std::vector<std::string> trackNames;
 std::vector<std::string> trackStartTexts;
 std::vector<int32_t> trackStartsMs;
+std::vector<int64_t> trackStartFrames;
+std::vector<std::string> trackFiles;
+std::string cueSheetFolder;
 
 namespace {
 
@@ -22,6 +25,8 @@ struct AlbumInfo {
     bool artistSeen = false;
     bool titleSeen = false;
     std::string pendingName;  // name of the track whose INDEX 01 comes next
+    std::string file;         // the FILE line in force
+    std::vector<std::string> problems;
 };
 
 void onPerformer(AlbumInfo& album, const std::string& value) {
@@ -50,6 +55,11 @@ void onIndex(AlbumInfo& album, const std::vector<std::string>& values) {
     trackNames.push_back(album.pendingName);
     trackStartTexts.push_back(values[1]);
     trackStartsMs.push_back(cueTimeToMs(values[1]));
+    trackStartFrames.push_back(cueTimeToCdFrames(values[1]));
+    trackFiles.push_back(album.file);
+    if (trackStartFrames.back() < 0)
+        album.problems.push_back("track " + std::to_string(trackStartFrames.size()) +
+                                 ": INDEX 01 \"" + values[1] + "\" is not mm:ss:ff");
     album.pendingName.clear();
 }
 
@@ -63,6 +73,8 @@ void applyLine(AlbumInfo& album, const std::string& line) {
         onTitle(album, values[0]);
     } else if (keyword == "INDEX") {
         onIndex(album, values);
+    } else if (keyword == "FILE") {
+        album.file = values[0];
     } else if (keyword == "REM") {
         if (values.size() >= 2 && values[0] == "DATE") album.year = values[1];
     }
@@ -96,10 +108,17 @@ void loadCueSheet(const std::string& path) {
     trackNames.clear();
     trackStartTexts.clear();
     trackStartsMs.clear();
+    trackStartFrames.clear();
+    trackFiles.clear();
+    const size_t slash = path.rfind('/');
+    cueSheetFolder = slash == std::string::npos ? "." : path.substr(0, slash ? slash : 1);
     readCueLines(path, cueLines);
     if (cueLines.empty()) return;  // could not be opened: no output at all
 
     AlbumInfo album;
     for (const std::string& line : cueLines) applyLine(album, line);
     printSheet(album);
+    for (const std::string& problem : album.problems)
+        std::fprintf(stderr, "%s: %s\n", path.c_str(), problem.c_str());
+    std::fflush(stderr);
 }

@@ -168,7 +168,8 @@ TEST_F(CueConsole, SheetPrintsAndStartsFilesAtItsTracks) {
     EXPECT_EQ(idle("2\n"), sheetPrint(true));
 
     const std::vector<uint8_t> ref = reference();
-    EXPECT_EQ(play("1.2\n"), tail(ref, kSecondBytes));  // 00:01:50 starts at second 1
+    // On the exact frame: 00:01:50 is 125 CD frames of 588 samples.
+    EXPECT_EQ(play("1.2\n"), tail(ref, 125 * 588 * 8));
     EXPECT_EQ(play("1.3\n"), tail(ref, 2 * kSecondBytes));
     EXPECT_EQ(play("1.4\n"), ref);  // one past the last track: from the start
 
