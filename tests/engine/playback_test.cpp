@@ -148,8 +148,12 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
     EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
     // Published for the now-playing line (the last file's); native DSD shows its bit rate.
+    // A source's own depth whatever the card (32 for a 32-bit file on S16_LE).
     const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
-    EXPECT_EQ(playerControl.streamBits.load(), !c.native.empty() ? 1 : f.bits ? f.bits : bits);
+    const int shownBits = !c.native.empty() ? 1 : f.bits ? f.bits : bits;
+    EXPECT_EQ(playerControl.streamBits.load(), shownBits);
+    EXPECT_TRUE(text.out.ends_with("Bits per sample: " + std::to_string(shownBits) + "\n\n"))
+        << text.out;
     EXPECT_EQ(playerControl.streamSeconds.load(), seconds);
     EXPECT_EQ(playerControl.lengthText, "00:0" + std::to_string(seconds));
     const int shown = c.native.empty() ? rate : first.rate;
