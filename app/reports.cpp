@@ -6,6 +6,7 @@
 
 #include "app/frontend.h"
 #include "app/rules.h"
+#include "engine/decoder_setup.h"
 #include "settings/settings.h"
 
 namespace {
@@ -78,7 +79,10 @@ void printSettingsReport() {
     std::printf("DSD Mode: %s\n", dsd);
     bool native = playerControl.dsdNativeBE.load() != 0 || playerControl.dsdNativeLE.load() != 0;
     std::printf("Supports DSD Native mode: %s\n", native ? "yes" : "no");
-    if (s.dsdMode == 0) std::printf("PCM Samplerate for DSD: %d\n", s.dsdPcmRate);
+    // The setting names a 44.1 kHz-family rate; the other family gets its sibling.
+    if (s.dsdMode == 0)
+        std::printf("PCM Samplerate for DSD: %d (%d for 48 kHz-family DSD)\n", s.dsdPcmRate,
+                    dsdPcmRate(s.dsdPcmRate, 48000 * 64));
     std::printf("Buffer access mode: %s\n", s.rwAccess == 0 ? "MMAP" : "RW");
     const char* cores = s.coresSelect == 0   ? "no cores select"
                         : s.coresSelect == 1 ? "single core"

@@ -36,8 +36,9 @@ struct DecodeStream;  // opaque
 // The all-ones value a read returns at the end of the stream or on an error.
 constexpr uint32_t kDecodeEnd = 0xFFFFFFFFu;
 
-// Opens path as kind. pcmRate is the output rate for DSD converted to PCM
-// (44100, 88200, 176400 or 352800). Returns null and sets *error on failure.
+// Opens path as kind. pcmRate is the output rate for DSD converted to PCM:
+// 1, 2, 4 or 8 times 44100 for DSD of the 44.1 kHz family, of 48000 for the
+// 48 kHz family. Returns null and sets *error on failure.
 DecodeStream* decodeOpen(const char* path, StreamKind kind, int32_t pcmRate,
                          std::string* error = nullptr);
 void decodeClose(DecodeStream* s);
@@ -58,3 +59,6 @@ bool decodeSeek(DecodeStream* s, uint64_t pos);
 
 // True when the file's content is DSD (DSF, DSDIFF); used by tests and tools.
 bool decodeIsDsdContent(const char* path);
+// The DSD bit rate per channel of a DSF or DSDIFF file (2822400 for DSD64), or
+// 0 when it is not one or cannot be read: the PCM rate depends on its family.
+int32_t decodeDsdBitRate(const char* path);

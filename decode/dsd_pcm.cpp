@@ -8,7 +8,6 @@ namespace {
 
 constexpr double kAttenuationDb = 170.0;
 constexpr int kBitTableBytes = 16;  // window of the first stage, in bytes
-constexpr int32_t kCoreRate = 88200;
 constexpr uint16_t kOutside = 256;  // table index of a byte before or after the file
 
 int64_t floorDiv2(int64_t v) {
@@ -184,11 +183,17 @@ class FirStage : public DsdToPcm::Stage {
 
 }  // namespace
 
+int32_t DsdToPcm::family(int32_t bitRate) {
+    for (int32_t base : {44100, 48000})
+        for (int32_t m = 64; m <= 512; m *= 2)
+            if (bitRate == base * m) return base;
+    return 0;
+}
+
 bool DsdToPcm::supports(int32_t bitRate, int32_t outRate) {
-    bool rateOk = false;
-    for (int32_t m = 64; m <= 512; m *= 2) rateOk = rateOk || bitRate == 44100 * m;
-    return rateOk &&
-           (outRate == 44100 || outRate == 88200 || outRate == 176400 || outRate == 352800);
+    const int32_t base = family(bitRate);
+    return base &&
+           (outRate == base || outRate == 2 * base || outRate == 4 * base || outRate == 8 * base);
 }
 
 DsdToPcm::DsdToPcm(int channels, int32_t bitRate, uint64_t sampleBits, int32_t outRate,
@@ -196,16 +201,19 @@ DsdToPcm::DsdToPcm(int channels, int32_t bitRate, uint64_t sampleBits, int32_t o
     frames_ = (sampleBits * uint64_t(outRate) + uint64_t(bitRate) - 1) / uint64_t(bitRate);
     stages_.push_back(
         std::make_unique<BitStage>(channels, (sampleBits + 7) / 8, std::move(fetch), &failed_));
+    // Twice the family's base rate: the 48 kHz family runs the same chain at 96 kHz.
+    const int32_t core = 2 * family(bitRate);
     int32_t rate = bitRate / 8;
     auto add = [&](std::vector<double> taps, int decim, bool up) {
         stages_.push_back(
             std::make_unique<FirStage>(stages_.back().get(), channels, std::move(taps), decim, up));
     };
-    for (; rate > kCoreRate; rate /= 2) add(halfBand(rate), 2, false);
-    // Pass to 20 kHz, stop from 22.05 kHz: no alias at 44.1 kHz, no ultrasonic noise above.
-    int half = dsdHalfLength(2050.0 / kCoreRate, kAttenuationDb);
-    add(dsdLowPass(half, 21025.0 / kCoreRate, kAttenuationDb), outRate == 44100 ? 2 : 1, false);
-    for (rate = kCoreRate; rate < outRate;) add(halfBand(rate *= 2), 1, true);
+    for (; rate > core; rate /= 2) add(halfBand(rate), 2, false);
+    // Pass to 20 kHz, stop from 22.05 kHz in both families: no alias at 44.1
+    // kHz, and the same ultrasonic silence above whatever the output rate.
+    int half = dsdHalfLength(2050.0 / core, kAttenuationDb);
+    add(dsdLowPass(half, 21025.0 / core, kAttenuationDb), outRate * 2 == core ? 2 : 1, false);
+    for (rate = core; rate < outRate;) add(halfBand(rate *= 2), 1, true);
 }
 
 DsdToPcm::~DsdToPcm() = default;

@@ -1,6 +1,7 @@
 #include <memory>
 
 #include "decode/decode.h"
+#include "decode/dsd_file.h"
 #include "decode/dsd_source.h"
 #include "decode/ff_source.h"
 
@@ -70,4 +71,10 @@ bool decodeSeek(DecodeStream* s, uint64_t pos) {
 
 bool decodeIsDsdContent(const char* path) {
     return dsdProbe(path);
+}
+
+int32_t decodeDsdBitRate(const char* path) {
+    if (!dsdProbe(path)) return 0;
+    std::unique_ptr<DsdFile> file = dsdFileOpen(path, nullptr);
+    return file ? file->info().bitRate : 0;
 }

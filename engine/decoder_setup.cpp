@@ -31,13 +31,20 @@ StreamChoice chooseStream(int32_t outputFormat, bool dsdFile, int32_t dsdMode, b
     return {StreamKind::DsdRaw, CardStream::Dop, pcmFormat};
 }
 
+int32_t dsdPcmRate(int32_t setting, int32_t dsdBitRate) {
+    return dsdBitRate > 0 && dsdBitRate % 48000 == 0 ? setting / 44100 * 48000 : setting;
+}
+
 DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaultBits,
                           bool nativeBE) {
     StreamChoice choice = chooseStream(outputFormat, isDsdFile(path), settings.dsdMode, nativeBE);
     DecoderStream out;
     out.card = choice.card;
     out.alsaFormat = choice.alsaFormat;
-    out.handle.reset(decodeOpen(path, choice.kind, settings.dsdPcmRate));
+    const int32_t pcmRate = choice.kind == StreamKind::DsdPcm
+                                ? dsdPcmRate(settings.dsdPcmRate, decodeDsdBitRate(path))
+                                : settings.dsdPcmRate;
+    out.handle.reset(decodeOpen(path, choice.kind, pcmRate));
     if (!out.handle) return out;
 
     const StreamInfo info = decodeInfo(out.handle.get());

@@ -24,6 +24,11 @@ struct StreamChoice {
 };
 StreamChoice chooseStream(int32_t outputFormat, bool dsdFile, int32_t dsdMode, bool nativeBE);
 
+// The PCM rate DSD converts to: the setting (44100 to 352800) as it stands for
+// the 44.1 kHz family, the same multiple of 48000 for DSD whose bit rate is a
+// multiple of 48000 (3.072 MHz and up); pure.
+int32_t dsdPcmRate(int32_t setting, int32_t dsdBitRate);
+
 struct DecodeClose {
     void operator()(DecodeStream* s) const { decodeClose(s); }
 };

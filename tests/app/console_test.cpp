@@ -60,7 +60,8 @@ TEST(Console, StartupReportMatchesTheCardsFormats) {
                       "\nALSA Period: default\nALSA Buffer: default\nDSD Mode: PCM\n"
                       "Supports DSD Native mode: " +
                       native +
-                      "\nPCM Samplerate for DSD: 44100\nBuffer access mode: MMAP\n"
+                      "\nPCM Samplerate for DSD: 44100 (48000 for 48 kHz-family DSD)\n"
+                      "Buffer access mode: MMAP\n"
                       "Cores: no cores select\n\nh - view list of commands\n\n0    ..\n");
         EXPECT_EQ(run.err(), "\n> ");
     }

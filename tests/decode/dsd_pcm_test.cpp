@@ -16,13 +16,12 @@
 
 namespace {
 
-// Tones sit on FFT bins at every output rate: 32768 points at 44.1 kHz,
-// scaled with the rate, all 1.3458 Hz apart.
-constexpr double kBin = 44100.0 / 32768;
-constexpr size_t kPoints44 = 32768;
+// Tones sit on FFT bins at every output rate: 32768 points at the family's
+// base rate, scaled with the rate, all base / 32768 Hz apart.
+constexpr size_t kPointsBase = 32768;
 constexpr double kLead = 0.05;  // seconds skipped before the analysed block
-constexpr int32_t kRates[] = {44100, 88200, 176400, 352800};
-// Bin each high tone k folds to: it sits at (kRates[k] - kFold[k] bins).
+constexpr int kTimes[] = {1, 2, 4, 8};
+// Bin each high tone k folds to: it sits at (kTimes[k] x base - kFold[k] bins).
 constexpr int kFold[] = {2823, 3301, 4457, 5939};
 
 // Twiddles computed directly: recurrences lose the precision a -170 dB floor needs.
@@ -73,30 +72,38 @@ double band(const std::vector<double>& p, double lo, double hi) {
     return std::accumulate(p.begin() + long(from), p.begin() + long(to), 0.0);
 }
 
-class DsdPcmTest : public testing::TestWithParam<int> {};
+struct Family {
+    int32_t base;
+    int multiple;
+};
+
+class DsdPcmTest : public testing::TestWithParam<Family> {};
 
 TEST_P(DsdPcmTest, CleanFlatAlignedAndAliasFree) {
-    const int multiple = GetParam();
-    const int tone = 743;  // bin of about 1 kHz
-    const std::vector<int> comb = {15, 74, 743, 3715, 7430, 11145, 14118, 14861};
+    const auto [base, multiple] = GetParam();
+    const double bin = double(base) / kPointsBase;
+    const int32_t bitRate = dsdgen::bitRate(multiple, base);
+    const int tone = int(std::lround(1000 / bin));
+    std::vector<int> comb;
+    for (double f : {20, 100, 1000, 5000, 10000, 15000, 19000, 20000})
+        comb.push_back(int(std::lround(f / bin)));
     // Three channels; the length ends mid-byte.
-    const uint64_t bits =
-        uint64_t((kLead + kPoints44 / 44100.0 + 0.02) * dsdgen::bitRate(multiple));
-    dsdgen::Signal s{multiple, 3, bits + 3, {{{tone * kBin, -6, 0}}, {}, {}}};
-    for (int bin : comb) s.tones[1].push_back({bin * kBin, -26, 0.3 * bin});
-    for (int k = 0; k < 4; ++k) s.tones[2].push_back({kRates[k] - kFold[k] * kBin, -20, 0});
-    const std::string path = testing::TempDir() + "dsd_pcm_" + std::to_string(getpid()) +
-                             std::to_string(multiple) + ".dsf";
-    ASSERT_TRUE(dsdgen::writeDsf(path, dsdgen::modulate(s), 3, multiple, s.bits));
+    const uint64_t bits = uint64_t((kLead + kPointsBase / double(base) + 0.02) * bitRate);
+    dsdgen::Signal s{multiple, 3, bits + 3, {{{tone * bin, -6, 0}}, {}, {}}, base};
+    for (int b : comb) s.tones[1].push_back({b * bin, -26, 0.3 * b});
+    for (int k = 0; k < 4; ++k) s.tones[2].push_back({kTimes[k] * base - kFold[k] * bin, -20, 0});
+    const std::string path = testing::TempDir() + "dsd_pcm_" + std::to_string(getpid()) + "_" +
+                             std::to_string(bitRate) + ".dsf";
+    ASSERT_TRUE(dsdgen::writeDsf(path, dsdgen::modulate(s), 3, multiple, s.bits, base));
 
-    for (int32_t rate : kRates) {
+    for (int times : kTimes) {
+        const int32_t rate = times * base;
         SCOPED_TRACE(rate);
         std::string error;
         DsdSource* src = dsdOpen(path.c_str(), StreamKind::DsdPcm, rate, &error);
         ASSERT_NE(src, nullptr) << error;
         const uint64_t frames = dsdLength(src) / 24;
-        EXPECT_EQ(frames, (s.bits * uint64_t(rate) + uint64_t(dsdgen::bitRate(multiple)) - 1) /
-                              uint64_t(dsdgen::bitRate(multiple)));
+        EXPECT_EQ(frames, (s.bits * uint64_t(rate) + uint64_t(bitRate) - 1) / uint64_t(bitRate));
         std::vector<double> pcm(frames * 3);
         ASSERT_EQ(dsdRead(src, pcm.data(), uint32_t(pcm.size() * 8)), pcm.size() * 8);
         // A seek restarts every filter from the file's own bits: the very
@@ -109,43 +116,49 @@ TEST_P(DsdPcmTest, CleanFlatAlignedAndAliasFree) {
         }
         dsdClose(src);
 
-        const size_t from = size_t(kLead * rate), n = kPoints44 * size_t(rate / 44100);
+        const size_t from = size_t(kLead * rate), n = kPointsBase * size_t(times);
         std::vector<double> x[3];
         double sinSum = 0, cosSum = 0;  // phase of the tone against sin(2 pi f t)
         for (size_t i = from; i < from + n; ++i) {
             for (int c = 0; c < 3; ++c) x[c].push_back(pcm[i * 3 + size_t(c)]);
-            sinSum += x[0].back() * std::sin(2 * M_PI * tone * kBin * double(i) / rate);
-            cosSum += x[0].back() * std::cos(2 * M_PI * tone * kBin * double(i) / rate);
+            sinSum += x[0].back() * std::sin(2 * M_PI * tone * bin * double(i) / rate);
+            cosSum += x[0].back() * std::cos(2 * M_PI * tone * bin * double(i) / rate);
         }
-        // Bins are kBin wide at every rate.
+        // Bins are `bin` Hz wide at every rate.
         std::vector<double> p = powerSpectrum(x[0]), pComb = powerSpectrum(x[1]),
                             pHigh = powerSpectrum(x[2]);
-        const double b20 = 20 / kBin, b20k = 20000 / kBin, level = band(p, tone - 8, tone + 8);
+        const double b20 = 20 / bin, b20k = 20000 / bin, level = band(p, tone - 8, tone + 8);
         double thdn = toDb((band(p, b20, tone - 8.5) + band(p, tone + 8.5, b20k)) / level);
-        double ultra = toDb(band(p, 24000 / kBin, n / 2.0)), dc = toDb(band(p, 0, 2 / kBin));
+        double ultra = toDb(band(p, 24000 / bin, n / 2.0)), dc = toDb(band(p, 0, 2 / bin));
         EXPECT_LE(thdn, multiple == 64 ? -132 : -150);
         EXPECT_LE(ultra, -150);
         EXPECT_LE(dc, -140);
         EXPECT_NEAR(toDb(level), sineDb(-6), 0.01);
         // Centred filters: the output is aligned to the source within 1/100 sample.
-        EXPECT_NEAR(std::atan2(cosSum, sinSum), 0.0, 0.01 * 2 * M_PI * tone * kBin / rate);
-        for (int bin : comb)
-            EXPECT_NEAR(toDb(band(pComb, bin - 8, bin + 8)), sineDb(-26), 0.01) << bin;
+        EXPECT_NEAR(std::atan2(cosSum, sinSum), 0.0, 0.01 * 2 * M_PI * tone * bin / rate);
+        for (int b : comb) EXPECT_NEAR(toDb(band(pComb, b - 8, b + 8)), sineDb(-26), 0.01) << b;
         double alias = -400;
         for (int k = 0; k < 4; ++k)
-            if (kRates[k] > rate / 2)  // above this rate's Nyquist frequency
+            if (kTimes[k] > times / 2)  // above this rate's Nyquist frequency
                 alias =
                     std::max(alias, toDb(band(pHigh, kFold[k] - 8, kFold[k] + 8)) - sineDb(-20));
         EXPECT_LE(alias, -150);
         printf(
-            "DSD%d -> %d Hz: THD+N %.1f dB, aliases %.1f dB, above 24 kHz %.1f dBFS, "
+            "DSD%d (%d) -> %d Hz: THD+N %.1f dB, aliases %.1f dB, above 24 kHz %.1f dBFS, "
             "DC %.1f dBFS\n",
-            multiple, rate, thdn, alias, ultra, dc);
+            multiple, bitRate, rate, thdn, alias, ultra, dc);
     }
     std::remove(path.c_str());
 }
 
-INSTANTIATE_TEST_SUITE_P(Rates, DsdPcmTest, testing::Values(64, 128),
-                         [](const auto& i) { return "dsd" + std::to_string(i.param); });
+// Every DSD rate of both families; the 48 kHz family converts to its own rates.
+INSTANTIATE_TEST_SUITE_P(Rates, DsdPcmTest,
+                         testing::Values(Family{44100, 64}, Family{44100, 128}, Family{44100, 256},
+                                         Family{44100, 512}, Family{48000, 64}, Family{48000, 128},
+                                         Family{48000, 256}, Family{48000, 512}),
+                         [](const auto& i) {
+                             return "dsd" + std::to_string(i.param.multiple) + "_" +
+                                    std::to_string(i.param.base);
+                         });
 
 }  // namespace

@@ -1,10 +1,14 @@
-// Raw DSD through the decoder from every DSD fixture and from generated files that end
-// mid-byte and mid-group, against the reference bytes; seeks; an empty and a
-// compressed file. Cut DSD files are in the decoder's damage test.
+// Raw DSD through the decoder from every DSD fixture and from generated files of
+// every DSD rate of both families, 2, 3 and 6 channels, that end mid-byte and
+// mid-group, against the reference bytes; seeks; the same files as PCM at every
+// rate, channel by channel; an empty and a compressed file. Cut DSD files are
+// in the decoder's damage test.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "decode/dsd_source.h"
 #include "tests/decode/read_stream.h"
@@ -16,14 +20,14 @@ namespace {
 
 // Raw: exactly the reference bytes, one byte per channel a frame, no padding.
 void checkRaw(const std::string& path, const std::vector<uint8_t>& ref, int channels,
-              int multiple) {
+              int32_t bitRate) {
     const size_t frame = size_t(channels);
     std::string error;
     DecodeStream* s = decodeOpen(path.c_str(), StreamKind::DsdRaw, 44100, &error);
     ASSERT_NE(s, nullptr) << error;
     const StreamInfo info = decodeInfo(s);
     EXPECT_EQ(std::tuple(info.rate, info.channels, info.sample, decodeLength(s)),
-              std::tuple(dsdgen::bitRate(multiple) / 8, channels, SampleType::DsdByte, ref.size()));
+              std::tuple(bitRate / 8, channels, SampleType::DsdByte, ref.size()));
     EXPECT_TRUE(readStream(s, uint32_t(frame)) == ref);
     // Mid DSF block and off a frame boundary, the last frame, the end.
     const uint64_t frames = ref.size() / frame;
@@ -36,22 +40,69 @@ void checkRaw(const std::string& path, const std::vector<uint8_t>& ref, int chan
     decodeClose(s);
 }
 
-TEST(DsdRead, RawCarriesTheReferenceBytes) {
-    for (auto [dff, multiple, channels, bits] :
-         {std::tuple{false, 64, 2, 8 * 5000 + 3}, std::tuple{true, 128, 3, 8 * 5001}}) {
-        dsdgen::Signal s = dsdgen::toneSignal(multiple, channels, 0, 1000, -6);
-        s.bits = uint64_t(bits);
+// PCM at each of the family's rates: every channel carries its own tone (the
+// generator shifts channel c by 0.7 c radians) at its level, in its place.
+void checkPcm(const std::string& path, const dsdgen::Signal& s) {
+    for (int times : {1, 2, 4, 8}) {
+        const int32_t rate = times * s.base;
+        SCOPED_TRACE(rate);
+        std::string error;
+        DecodeStream* d = decodeOpen(path.c_str(), StreamKind::DsdPcm, rate, &error);
+        ASSERT_NE(d, nullptr) << error;
+        EXPECT_EQ(std::tuple(decodeInfo(d).rate, decodeInfo(d).sample),
+                  std::tuple(rate, SampleType::Float64));
+        const std::vector<uint8_t> bytes = readStream(d, 8u * uint32_t(s.channels));
+        decodeClose(d);
+        std::vector<double> pcm(bytes.size() / 8);
+        std::memcpy(pcm.data(), bytes.data(), bytes.size());
+        // Ten whole cycles of the tone, 4 ms away from both ends, where the
+        // filters see only the file's own bits.
+        const size_t from = size_t(rate) / 250, n = size_t(rate) / 100;
+        ASSERT_GE(pcm.size() / size_t(s.channels), from + n + size_t(rate) / 250);
+        for (int c = 0; c < s.channels; ++c) {
+            double re = 0, im = 0;
+            for (size_t i = from; i < from + n; ++i) {
+                const double w = 2 * M_PI * 1000 * double(i) / rate, v = pcm[i * s.channels + c];
+                re += v * std::sin(w);
+                im += v * std::cos(w);
+            }
+            EXPECT_NEAR(20 * std::log10(2 * std::hypot(re, im) / double(n)), -6, 0.01) << c;
+            EXPECT_NEAR(std::remainder(std::atan2(im, re) - 0.7 * c, 2 * M_PI), 0, 1e-3) << c;
+        }
+    }
+}
+
+TEST(DsdRead, EveryRateRawAndAsPcm) {
+    struct Case {
+        bool dff;
+        int multiple;
+        int32_t base;
+        int channels;
+        int tail;  // bits past 25 ms, rounded down to 16 bytes
+    };
+    // 25 ms, long enough for the PCM check; odd byte counts make DSDIFF pad
+    // and end DSF inside a block.
+    for (const Case& c : {Case{false, 64, 44100, 2, 8 + 3}, Case{true, 128, 44100, 3, 8},
+                          Case{false, 256, 44100, 6, 24 + 5}, Case{true, 512, 44100, 6, 8 + 1},
+                          Case{true, 64, 48000, 2, 56 + 7}, Case{false, 128, 48000, 6, 24},
+                          Case{true, 256, 48000, 2, 8 + 2}, Case{false, 512, 48000, 2, 40 + 6}}) {
+        SCOPED_TRACE(testing::Message() << (c.dff ? "DSDIFF" : "DSF") << " DSD" << c.multiple
+                                        << " of " << c.base << ", " << c.channels << " channels");
+        dsdgen::Signal s = dsdgen::toneSignal(c.multiple, c.channels, 0, 1000, -6, c.base);
+        s.bits = uint64_t(s.rate() / 40 / 128 * 128 + c.tail);
         const std::vector<uint8_t> dsd = dsdgen::modulate(s);
         const std::string path =
-            testing::TempDir() + "dsd_read_" + std::to_string(getpid()) + (dff ? ".dff" : ".dsf");
-        ASSERT_TRUE(
-            (dff ? dsdgen::writeDff : dsdgen::writeDsf)(path, dsd, channels, multiple, s.bits));
-        checkRaw(path, dsd, channels, multiple);
+            testing::TempDir() + "dsd_read_" + std::to_string(getpid()) + (c.dff ? ".dff" : ".dsf");
+        ASSERT_TRUE((c.dff ? dsdgen::writeDff : dsdgen::writeDsf)(path, dsd, c.channels, c.multiple,
+                                                                  s.bits, c.base));
+        EXPECT_EQ(decodeDsdBitRate(path.c_str()), s.rate());
+        checkRaw(path, dsd, c.channels, s.rate());
+        checkPcm(path, s);
         std::remove(path.c_str());
     }
     for (const Fixture& f : fixtures())
-        if (f.kind == "dsd")
-            checkRaw(f.path(), readFileBytes(f.refPath()), f.channels, f.rate / 44100);
+        if (f.kind == "dsd") checkRaw(f.path(), readFileBytes(f.refPath()), f.channels, f.rate);
+    EXPECT_EQ(decodeDsdBitRate(fixture("flac-s16-44k1-stereo.flac").path().c_str()), 0);
 }
 
 // A DSF whose header states no samples opens and ends at once; a

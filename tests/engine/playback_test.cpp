@@ -39,9 +39,9 @@ std::vector<Case> cases() {
             for (int32_t dsdMode : {kDsdDop, kDsdNative})
                 out.push_back({.files = one, .mode = m, .card = kFormatS24_3, .dsdMode = dsdMode});
         }
+        // Integer sources of every width on every card: each keeps its top bits.
         for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
-            if ((f.kind == "lossless" || f.kind == "float") &&
-                (card != kFormatS16 || (f.bits && f.bits <= 16)))
+            if (f.kind == "lossless" || (f.kind == "float" && card != kFormatS16))
                 out.push_back({one, m, card});
         if (f.kind == "lossy") out.push_back({one, m});
     }
@@ -49,8 +49,9 @@ std::vector<Case> cases() {
     for (Mode m : kModes) {
         for (int seek : {2, 3, 99}) out.push_back({{flac}, m, kFormatS32, seek});
         for (int32_t card : {kFormatS32, kFormatS24_3, kFormatS16})
-            out.push_back(
-                {.files = {"dsf-dsd64-2ch.dsf"}, .mode = m, .card = card, .dsdMode = kDsdPcm});
+            for (const char* dsd : {"dsf-dsd64-2ch.dsf", "dff-dsd64x48k-2ch.dff",
+                                    "dsf-dsd256-2ch.dsf", "dff-dsd512-2ch.dff"})
+                out.push_back({.files = {dsd}, .mode = m, .card = card, .dsdMode = kDsdPcm});
     }
     // Direct Input keeps one session across files of one configuration.
     for (bool rw : {false, true})
@@ -96,6 +97,12 @@ std::vector<uint8_t> dsdWords(const Fixture& f, const Case& c, uint8_t marker) {
     return out;
 }
 
+// The rate the setting asks of 44.1 kHz-family DSD, as the same multiple of
+// 48 kHz for the other family.
+int pcmRateFor(const Fixture& f, int setting) {
+    return f.rate % 48000 == 0 ? setting / 44100 * 48000 : setting;
+}
+
 class Playback : public testing::TestWithParam<Case> {};
 
 TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
@@ -106,7 +113,7 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     card.reconfigure();
     settings.bufferFrames = c.speed > 1 ? 2048 : 4096;
     settings.dsdMode = c.dsdMode;
-    const int pcmRate = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
+    const int setting = settings.dsdPcmRate = c.card == kFormatS32 ? 176400 : 88200;
     if (!c.native.empty())
         (c.native == "DSD_U32_BE" ? playerControl.dsdNativeBE : playerControl.dsdNativeLE).store(1);
     std::vector<std::string> paths;
@@ -123,11 +130,11 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
         const size_t at = frameBytes(c.card, 1) - 1;
         const uint8_t marker =
             cap.size() > at && cap[at] == kDopMarkerB ? kDopMarkerB : kDopMarkerA;
-        std::vector<uint8_t> part = f.kind != "dsd" ? expectedCardBytes(f, c.card)
-                                    : c.dsdMode == kDsdPcm
-                                        ? std::vector<uint8_t>(f.frames * 8 * pcmRate / f.rate *
-                                                               frameBytes(c.card, f.channels))
-                                        : dsdWords(f, c, marker);
+        std::vector<uint8_t> part =
+            f.kind != "dsd"        ? expectedCardBytes(f, c.card)
+            : c.dsdMode == kDsdPcm ? std::vector<uint8_t>(f.frames * 8 * pcmRateFor(f, setting) /
+                                                          f.rate * frameBytes(c.card, f.channels))
+                                   : dsdWords(f, c, marker);
         want.insert(want.end(), part.begin(), part.end());
     }
     const int seconds = int(f.frames * (f.kind == "dsd" ? 8 : 1) / uint64_t(f.rate));
@@ -146,7 +153,7 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     EXPECT_EQ(card.count("xrun") > 0, c.speed > 1);
     const Fixture first = fixture(c.files[0]);
     const int rate = first.kind != "dsd"    ? first.rate
-                     : c.dsdMode == kDsdPcm ? pcmRate
+                     : c.dsdMode == kDsdPcm ? pcmRateFor(first, setting)
                                             : first.rate / (c.native.empty() ? 16 : 32);
     std::vector<VdacEvent> hw = eventsOfKind(readVdacLog(card.config.logPath), "hw_params");
     ASSERT_FALSE(hw.empty());
@@ -159,8 +166,12 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
     EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
     // Published for the now-playing line (the last file's); native DSD shows its bit rate.
+    // A source's own depth whatever the card (32 for a 32-bit file on S16_LE).
     const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
-    EXPECT_EQ(playerControl.streamBits.load(), !c.native.empty() ? 1 : f.bits ? f.bits : bits);
+    const int shownBits = !c.native.empty() ? 1 : f.bits ? f.bits : bits;
+    EXPECT_EQ(playerControl.streamBits.load(), shownBits);
+    EXPECT_TRUE(text.out.ends_with("Bits per sample: " + std::to_string(shownBits) + "\n\n"))
+        << text.out;
     EXPECT_EQ(playerControl.streamSeconds.load(), seconds);
     EXPECT_EQ(playerControl.lengthText, "00:0" + std::to_string(seconds));
     const int shown = c.native.empty() ? rate : first.rate;
@@ -207,6 +218,15 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     EXPECT_TRUE(text.err.ends_with("\n> "));
     EXPECT_EQ(card.capture(), expectedCardBytes(wav, kFormatS32));
     EXPECT_EQ(card.count("close"), 1u);
+}
+
+TEST(DecoderSetup, DsdOfThe48kFamilyConvertsToTheSameMultipleOf48k) {
+    for (int32_t times : {1, 2, 4, 8})
+        for (int32_t dsd : {64, 128, 256, 512}) {
+            EXPECT_EQ(dsdPcmRate(44100 * times, 44100 * dsd), 44100 * times);
+            EXPECT_EQ(dsdPcmRate(44100 * times, 48000 * dsd), 48000 * times);
+        }
+    EXPECT_EQ(dsdPcmRate(88200, 0), 88200);  // unreadable: left to the open to refuse
 }
 
 TEST(DecoderSetup, DsdFilesAreKnownByTheirSuffixOnly) {

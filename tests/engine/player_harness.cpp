@@ -16,6 +16,8 @@ Card::Card(std::vector<std::string> formats, double speed) {
     config.formats = std::move(formats);
     config.speed = speed;
     config.rates.push_back(22050);  // the 8-bit fixture's rate
+    // DoP of DSD256 and DSD512, and native DSD512.
+    config.rates.insert(config.rates.end(), {705600, 768000, 1411200});
     config.capturePath = dir.file("capture.raw");
     config.logPath = dir.file("events.log");
     writeVdacConfig(dir.file("alsa.conf"), config);

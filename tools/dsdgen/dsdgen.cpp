@@ -15,10 +15,10 @@ namespace {
 using cplx = std::complex<double>;
 constexpr int kOrder = 7;
 constexpr double kBandEdge = 20000.0;
-// Out-of-band gain: 1.5 at DSD64; DSD128's loop is stable at -6 dBFS only
-// with a little less.
-double outOfBandGain(int multiple) {
-    return multiple == 64 ? 1.5 : 1.45;
+// Out-of-band gain: 1.5 at DSD64; faster loops (from DSD64 of the 48 kHz
+// family up) are stable at -6 dBFS only with a little less.
+double outOfBandGain(int32_t rate) {
+    return rate <= bitRate(64) ? 1.5 : 1.45;
 }
 // Roots of the 7th Legendre polynomial (the non-negative ones).
 constexpr double kLegendre[] = {0.0, 0.4058451513773972, 0.7415311855993945, 0.9491079123427585};
@@ -51,8 +51,8 @@ double maxGain(const std::vector<cplx>& zeros, const std::vector<cplx>& poles) {
 
 // Sections ordered: the real pair first, then conjugate pairs from the band
 // edge inwards.
-std::vector<Section> designNtf(int multiple) {
-    double wb = 2.0 * M_PI * kBandEdge / bitRate(multiple);
+std::vector<Section> designNtf(int32_t rate) {
+    double wb = 2.0 * M_PI * kBandEdge / rate;
     std::vector<cplx> zeros;
     for (double x : kLegendre) zeros.push_back(std::polar(1.0, x * wb));
     double lo = 1e-4, hi = 1.0;
@@ -63,7 +63,7 @@ std::vector<Section> designNtf(int multiple) {
         std::vector<cplx> z7(zeros.begin(), zeros.end());
         for (size_t k = 1; k < zeros.size(); ++k) z7.push_back(std::conj(zeros[k]));
         std::vector<cplx> p7 = poles;
-        (maxGain(z7, p7) > outOfBandGain(multiple) ? hi : lo) = mid;
+        (maxGain(z7, p7) > outOfBandGain(rate) ? hi : lo) = mid;
     }
     poles = highPassPoles(lo);
     // Butterworth poles: index 3 is real, (k, 6-k) are conjugates.
@@ -83,7 +83,7 @@ std::vector<Section> designNtf(int multiple) {
 
 class Modulator {
   public:
-    Modulator(int multiple, uint32_t seed) : sections_(designNtf(multiple)), rng_(seed) {}
+    Modulator(int32_t rate, uint32_t seed) : sections_(designNtf(rate)), rng_(seed) {}
 
     bool step(double u) {
         double w = 0;
@@ -121,9 +121,9 @@ class Modulator {
 std::vector<uint8_t> modulate(const Signal& s) {
     uint64_t bytes = (s.bits + 7) / 8;
     std::vector<uint8_t> out(bytes * s.channels, 0);
-    double rate = bitRate(s.multiple);
+    double rate = s.rate();
     for (int c = 0; c < s.channels; ++c) {
-        Modulator mod(s.multiple, 12345u + 977u * c);
+        Modulator mod(s.rate(), 12345u + 977u * c);
         const std::vector<Tone> none;
         const std::vector<Tone>& tones = c < int(s.tones.size()) ? s.tones[c] : none;
         std::vector<double> amp, inc;
@@ -141,11 +141,13 @@ std::vector<uint8_t> modulate(const Signal& s) {
     return out;
 }
 
-Signal toneSignal(int multiple, int channels, double seconds, double freq, double levelDb) {
+Signal toneSignal(int multiple, int channels, double seconds, double freq, double levelDb,
+                  int32_t base) {
     Signal s;
     s.multiple = multiple;
     s.channels = channels;
-    s.bits = static_cast<uint64_t>(std::llround(seconds * bitRate(multiple)));
+    s.base = base;
+    s.bits = static_cast<uint64_t>(std::llround(seconds * s.rate()));
     for (int c = 0; c < channels; ++c) s.tones.push_back({{freq, levelDb, 0.7 * c}});
     return s;
 }

@@ -41,7 +41,7 @@ uint32_t dsfChannelType(int channels) {
 }  // namespace
 
 bool writeDsf(const std::string& path, const std::vector<uint8_t>& dsd, int channels, int multiple,
-              uint64_t bits) {
+              uint64_t bits, int32_t base) {
     uint64_t bytes = (bits + 7) / 8;
     uint64_t blocks = (bytes + kDsfBlock - 1) / kDsfBlock;
     uint64_t dataSize = blocks * kDsfBlock * channels;
@@ -56,7 +56,7 @@ bool writeDsf(const std::string& path, const std::vector<uint8_t>& dsd, int chan
     putLE(f, 0, 4);
     putLE(f, dsfChannelType(channels), 4);
     putLE(f, channels, 4);
-    putLE(f, bitRate(multiple), 4);
+    putLE(f, bitRate(multiple, base), 4);
     putLE(f, 1, 4);
     putLE(f, bits, 8);
     putLE(f, kDsfBlock, 4);
@@ -71,14 +71,14 @@ bool writeDsf(const std::string& path, const std::vector<uint8_t>& dsd, int chan
 }
 
 bool writeDff(const std::string& path, const std::vector<uint8_t>& dsd, int channels, int multiple,
-              uint64_t bits) {
+              uint64_t bits, int32_t base) {
     static const char* const ids[] = {"SLFT", "SRGT", "C   ", "LFE ", "LS  ", "RS  "};
     uint64_t bytes = (bits + 7) / 8 * channels;
     std::vector<uint8_t> prop;
     putId(prop, "SND ");
     putId(prop, "FS  ");
     putBE(prop, 4, 8);
-    putBE(prop, bitRate(multiple), 4);
+    putBE(prop, bitRate(multiple, base), 4);
     putId(prop, "CHNL");
     putBE(prop, 2 + 4 * channels, 8);
     putBE(prop, channels, 2);
