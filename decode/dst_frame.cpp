@@ -1,0 +1,211 @@
+#include "decode/dst_frame.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "decode/dst_arith.h"
+
+namespace {
+
+// Zero bytes kept after a frame: enough for every read the decoder makes
+// before it notices it has run past the end.
+constexpr size_t kPad = 128;
+// Coded bits a frame may read past its end before it counts as damaged. The
+// decoder looks ahead of what it needs, and encoders flush differently.
+constexpr uint64_t kOverrunBits = 256;
+
+// Coefficient prediction of the table coding, per method, in eighths.
+constexpr int kFilterPredict[3][3] = {{-8, 0, 0}, {-16, 8, 0}, {-9, -5, 6}};
+constexpr int kProbPredict[3][3] = {{-8, 0, 0}, {-16, 8, 0}, {-24, 24, -8}};
+
+// Header fields with a limit: a reader past the frame's end reads zeros, and
+// the parse checks over() before trusting what it built.
+struct HeaderBits {
+    DstBits bits;
+    uint64_t end;
+    uint32_t take(int n) { return bits.take(n); }
+    int32_t takeSigned(int n) {
+        uint32_t v = take(n);
+        return int32_t(v ^ (1u << (n - 1))) - int32_t(1u << (n - 1));
+    }
+    bool over() const { return bits.pos() > end; }
+    // q zeros, a one, k bits of remainder; then a sign bit when not zero.
+    bool rice(int k, int32_t* v) {
+        uint32_t q = 0;
+        while (take(1) == 0) {
+            if (++q > 4096 || over()) return false;
+        }
+        int32_t m = int32_t((q << k) | (k ? take(k) : 0));
+        *v = m && take(1) ? -m : m;
+        return !over();
+    }
+};
+
+bool readMap(HeaderBits& b, int channels, int* map, int* count) {
+    *count = 1;
+    map[0] = 0;
+    if (b.take(1)) {
+        std::fill(map, map + channels, 0);
+        return true;
+    }
+    for (int ch = 1; ch < channels; ++ch) {
+        const int width = 32 - __builtin_clz(uint32_t(*count));
+        const int v = int(b.take(width));
+        if (v > *count) return false;
+        if (v == *count) ++*count;
+        map[ch] = v;
+    }
+    return !b.over();
+}
+
+// One filter or probability table: its length, then its values either plain
+// or as Rice-coded residuals of a fixed prediction from the values before.
+bool readTable(HeaderBits& b, int lengthBits, int valueBits, bool isSigned, int offset,
+               const int (*predict)[3], int lo, int hi, int* values, int* length) {
+    *length = int(b.take(lengthBits)) + 1;
+    auto plainValue = [&] {
+        return (isSigned ? b.takeSigned(valueBits) : int32_t(b.take(valueBits))) + offset;
+    };
+    if (!b.take(1)) {
+        for (int i = 0; i < *length; ++i) values[i] = plainValue();
+        return !b.over();
+    }
+    const int method = int(b.take(2));
+    if (method == 3) return false;
+    for (int i = 0; i <= method; ++i) values[i] = plainValue();
+    const int k = int(b.take(3));
+    for (int i = method + 1; i < *length; ++i) {
+        int x = 0;
+        for (int m = 0; m <= method; ++m) x += predict[method][m] * values[i - m - 1];
+        int32_t r;
+        if (!b.rice(k, &r)) return false;
+        const int v = r - (x >= 0 ? (x + 4) / 8 : -((3 - x) / 8));
+        if (v < lo || v > hi) return false;
+        values[i] = v;
+    }
+    return !b.over();
+}
+
+uint8_t reverse7(int v) {
+    uint8_t r = 0;
+    for (int i = 0; i < 7; ++i) r = uint8_t(r << 1 | ((v >> i) & 1));
+    return r;
+}
+
+}  // namespace
+
+DstFrameDecoder::DstFrameDecoder(int channels, uint32_t frameBytes)
+    : channels_(std::clamp(channels, 1, kMaxChannels)), frameBytes_(frameBytes) {}
+
+bool DstFrameDecoder::readHeader(const uint8_t* data, size_t size, std::string* why) {
+    HeaderBits b{DstBits(buf_.data()), uint64_t(size) * 8};
+    (void)data;
+    b.take(1);  // the coded-frame flag, already seen
+    if (b.take(3) != 7) return *why = "segmented frame not supported", false;
+    const bool sameMap = b.take(1);
+    if (!readMap(b, channels_, filterOf_, &filterCount_)) return *why = "bad filter map", false;
+    if (sameMap) {
+        tableCount_ = filterCount_;
+        std::copy(filterOf_, filterOf_ + channels_, tableOf_);
+    } else if (!readMap(b, channels_, tableOf_, &tableCount_)) {
+        return *why = "bad probability table map", false;
+    }
+    for (int ch = 0; ch < channels_; ++ch) halfProb_[ch] = b.take(1);
+
+    filters_.resize(size_t(filterCount_));
+    int values[128];
+    for (int f = 0; f < filterCount_; ++f) {
+        Filter& flt = filters_[size_t(f)];
+        if (!readTable(b, 7, 9, true, 0, kFilterPredict, -256, 255, values, &flt.length))
+            return *why = "bad prediction filter", false;
+        if (f == 0) firstCoef_ = values[0];
+        flt.tables = (flt.length + 7) / 8;
+        for (int t = 0; t < flt.tables; ++t) {
+            const int taps = std::min(8, flt.length - 8 * t);
+            for (int k = 0; k < 256; ++k) {
+                int sum = 0;
+                for (int l = 0; l < taps; ++l)
+                    sum += (k >> l & 1) ? values[8 * t + l] : -values[8 * t + l];
+                flt.lookup[t][k] = int16_t(sum);
+            }
+        }
+    }
+    tables_.resize(size_t(tableCount_));
+    for (int t = 0; t < tableCount_; ++t) {
+        int length;
+        if (!readTable(b, 6, 7, false, 1, kProbPredict, 1, 128, values, &length))
+            return *why = "bad probability table", false;
+        uint8_t* by = tables_[size_t(t)].byMagnitude;
+        for (int m = 0; m < 4097; ++m) by[m] = uint8_t(values[std::min(m, length - 1)]);
+    }
+    if (b.take(1) != 0) return *why = "bad start of coded data", false;
+    codeStart_ = b.bits.pos();
+    if (b.over()) return *why = "header runs past the frame", false;
+    return true;
+}
+
+bool DstFrameDecoder::decode(const uint8_t* data, size_t size, uint8_t* out, std::string* why) {
+    std::string dummy;
+    if (!why) why = &dummy;
+    filterCount_ = tableCount_ = 0;
+    plain_ = false;
+    const size_t total = size_t(frameBytes_) * size_t(channels_);
+    if (size < 1) return *why = "empty frame", false;
+    if (!(data[0] & 0x80)) {
+        plain_ = true;
+        if (data[0] & 0x3F) return *why = "bad uncompressed frame", false;
+        if (size - 1 < total) return *why = "uncompressed frame too short", false;
+        memcpy(out, data + 1, total);
+        return true;
+    }
+    buf_.assign(size + kPad, 0);
+    memcpy(buf_.data(), data, size);
+    if (!readHeader(data, size, why)) return false;
+    return decodeBits(size, out, why);
+}
+
+bool DstFrameDecoder::decodeBits(size_t size, uint8_t* out, std::string* why) {
+    struct Channel {
+        const int16_t (*lookup)[256];
+        int tables;
+        uint32_t halfUntil;  // samples coded at probability one half
+        const uint8_t* probs;
+        uint64_t lo, hi;  // the last 128 bits, newest in bit 0 of lo
+    };
+    Channel chan[kMaxChannels];
+    for (int ch = 0; ch < channels_; ++ch) {
+        const Filter& f = filters_[size_t(filterOf_[ch])];
+        chan[ch] = {f.lookup,
+                    f.tables,
+                    halfProb_[ch] ? uint32_t(f.length) : 0u,
+                    tables_[size_t(tableOf_[ch])].byMagnitude,
+                    0xAAAAAAAAAAAAAAAAull,
+                    0xAAAAAAAAAAAAAAAAull};
+    }
+    DstBits bits(buf_.data(), codeStart_);
+    DstArith ac;
+    if (!ac.start(bits)) return *why = "coded data out of range", false;
+    ac.decode(bits, reverse7(firstCoef_ & 127) + 1u);  // a reserved bit
+
+    const uint64_t limit = uint64_t(size) * 8 + kOverrunBits;
+    const uint32_t samples = frameBytes_ * 8;
+    const int channels = channels_;
+    for (uint32_t i = 0; i < samples; ++i) {
+        for (int ch = 0; ch < channels; ++ch) {
+            Channel& c = chan[ch];
+            int sum = 0;
+            const int low = std::min(c.tables, 8);
+            for (int t = 0; t < low; ++t) sum += c.lookup[t][(c.lo >> (8 * t)) & 255];
+            for (int t = 8; t < c.tables; ++t) sum += c.lookup[t][(c.hi >> (8 * (t - 8))) & 255];
+            const int16_t predict = int16_t(sum);
+            const uint32_t p =
+                i < c.halfUntil ? 128u : c.probs[(predict < 0 ? -int(predict) : predict) >> 3];
+            const uint32_t bit = ac.decode(bits, p) ^ uint32_t(predict < 0);
+            c.hi = c.hi << 1 | c.lo >> 63;
+            c.lo = c.lo << 1 | bit;
+            if ((i & 7) == 7) out[size_t(i >> 3) * size_t(channels) + size_t(ch)] = uint8_t(c.lo);
+        }
+        if (bits.pos() > limit) return *why = "coded data runs past the frame", false;
+    }
+    return true;
+}
