@@ -1,7 +1,9 @@
 #include "decode/dst_frame.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <utility>
 
 #include "decode/dst_arith.h"
 
@@ -9,7 +11,7 @@ namespace {
 
 // Zero bytes kept after a frame: enough for every read the decoder makes
 // before it notices it has run past the end.
-constexpr size_t kPad = 128;
+constexpr size_t kPad = 256;
 // Coded bits a frame may read past its end before it counts as damaged. The
 // decoder looks ahead of what it needs, and encoders flush differently.
 constexpr uint64_t kOverrunBits = 256;
@@ -119,7 +121,10 @@ bool DstFrameDecoder::readHeader(const uint8_t* data, size_t size, std::string* 
         if (!readTable(b, 7, 9, true, 0, kFilterPredict, -256, 255, values, &flt.length))
             return *why = "bad prediction filter", false;
         if (f == 0) firstCoef_ = values[0];
+        flt.newestTap = values[0];
         flt.tables = (flt.length + 7) / 8;
+        memset(&flt.lookup[0][0] + 256 * flt.tables, 0,
+               sizeof(int16_t) * 256 * size_t(16 - flt.tables));
         for (int t = 0; t < flt.tables; ++t) {
             const int taps = std::min(8, flt.length - 8 * t);
             for (int k = 0; k < 256; ++k) {
@@ -164,48 +169,99 @@ bool DstFrameDecoder::decode(const uint8_t* data, size_t size, uint8_t* out, std
     return decodeBits(size, out, why);
 }
 
-bool DstFrameDecoder::decodeBits(size_t size, uint8_t* out, std::string* why) {
-    struct Channel {
-        const int16_t (*lookup)[256];
-        int tables;
-        uint32_t halfUntil;  // samples coded at probability one half
-        const uint8_t* probs;
-        uint64_t lo, hi;  // the last 128 bits, newest in bit 0 of lo
-    };
-    Channel chan[kMaxChannels];
-    for (int ch = 0; ch < channels_; ++ch) {
-        const Filter& f = filters_[size_t(filterOf_[ch])];
-        chan[ch] = {f.lookup,
-                    f.tables,
-                    halfProb_[ch] ? uint32_t(f.length) : 0u,
-                    tables_[size_t(tableOf_[ch])].byMagnitude,
-                    0xAAAAAAAAAAAAAAAAull,
-                    0xAAAAAAAAAAAAAAAAull};
-    }
-    DstBits bits(buf_.data(), codeStart_);
-    DstArith ac;
-    if (!ac.start(bits)) return *why = "coded data out of range", false;
-    ac.decode(bits, reverse7(firstCoef_ & 127) + 1u);  // a reserved bit
+namespace {
 
-    const uint64_t limit = uint64_t(size) * 8 + kOverrunBits;
-    const uint32_t samples = frameBytes_ * 8;
-    const int channels = channels_;
+struct Channel {
+    const int16_t (*lookup)[256];
+    int newestTap2;      // twice the newest bit's coefficient
+    uint32_t halfUntil;  // samples coded at probability one half
+    const uint8_t* probs;
+    uint64_t lo, hi;       // the last 128 bits, newest in bit 0 of lo
+    uint32_t p, negative;  // for the next bit
+};
+
+template <int Tables>
+int predict(const Channel& c, uint64_t lo, uint64_t hi) {
+    int sum = 0;
+#pragma GCC unroll 8
+    for (int t = 0; t < Tables && t < 8; ++t) sum += c.lookup[t][(lo >> (8 * t)) & 255];
+#pragma GCC unroll 8
+    for (int t = 8; t < Tables; ++t) sum += c.lookup[t][(hi >> (8 * (t - 8))) & 255];
+    return sum;
+}
+
+uint32_t probability(const Channel& c, int16_t predict) {
+    return c.probs[(predict < 0 ? -int(predict) : predict) >> 3];
+}
+
+// The per-bit loop, unrolled for the number of 8-tap tables in use (unused
+// ones are zero). The next bit's prediction is summed before the bit being
+// decoded is known, which only adds its tap after, so that the table lookups
+// stay off the arithmetic decoder's path from one bit to the next.
+template <int Tables>
+bool decodeLoop(Channel* chan, int channels, uint32_t samples, DstArith& coder, uint64_t limit,
+                uint8_t* out) {
+    DstArith ac = coder;  // in registers, not behind a reference
+    for (int ch = 0; ch < channels; ++ch) {
+        Channel& c = chan[ch];
+        const int16_t first = int16_t(predict<Tables>(c, c.lo, c.hi));
+        c.p = c.halfUntil > 0 ? 128u : probability(c, first);
+        c.negative = first < 0;
+    }
     for (uint32_t i = 0; i < samples; ++i) {
         for (int ch = 0; ch < channels; ++ch) {
             Channel& c = chan[ch];
-            int sum = 0;
-            const int low = std::min(c.tables, 8);
-            for (int t = 0; t < low; ++t) sum += c.lookup[t][(c.lo >> (8 * t)) & 255];
-            for (int t = 8; t < c.tables; ++t) sum += c.lookup[t][(c.hi >> (8 * (t - 8))) & 255];
-            const int16_t predict = int16_t(sum);
-            const uint32_t p =
-                i < c.halfUntil ? 128u : c.probs[(predict < 0 ? -int(predict) : predict) >> 3];
-            const uint32_t bit = ac.decode(bits, p) ^ uint32_t(predict < 0);
-            c.hi = c.hi << 1 | c.lo >> 63;
-            c.lo = c.lo << 1 | bit;
-            if ((i & 7) == 7) out[size_t(i >> 3) * size_t(channels) + size_t(ch)] = uint8_t(c.lo);
+            const uint64_t lo = c.lo << 1, hi = Tables > 8 ? c.hi << 1 | c.lo >> 63 : 0;
+            const int base = predict<Tables>(c, lo, hi);
+            const uint32_t bit = ac.decode(c.p) ^ c.negative;
+            c.lo = lo | bit;
+            if (Tables > 8) c.hi = hi;
+            const int16_t next = int16_t(base + (c.newestTap2 & -int(bit)));
+            c.p = probability(c, next);
+            c.negative = next < 0;
+            if (i + 1 < c.halfUntil) c.p = 128;
         }
-        if (bits.pos() > limit) return *why = "coded data runs past the frame", false;
+        if ((i & 7) == 7) {
+            for (int ch = 0; ch < channels; ++ch) out[ch] = uint8_t(chan[ch].lo);
+            out += channels;
+            if (ac.pos() > limit) return false;
+        }
     }
+    coder = ac;
+    return true;
+}
+
+using Loop = bool (*)(Channel*, int, uint32_t, DstArith&, uint64_t, uint8_t*);
+
+template <int... T>
+constexpr std::array<Loop, sizeof...(T)> loops(std::integer_sequence<int, T...>) {
+    return {decodeLoop<T + 1>...};
+}
+
+}  // namespace
+
+bool DstFrameDecoder::decodeBits(size_t size, uint8_t* out, std::string* why) {
+    Channel chan[kMaxChannels];
+    int tables = 1;
+    for (int ch = 0; ch < channels_; ++ch) {
+        const Filter& f = filters_[size_t(filterOf_[ch])];
+        tables = std::max(tables, f.tables);
+        chan[ch] = {f.lookup,
+                    2 * f.newestTap,
+                    halfProb_[ch] ? uint32_t(f.length) : 0u,
+                    tables_[size_t(tableOf_[ch])].byMagnitude,
+                    0xAAAAAAAAAAAAAAAAull,
+                    0xAAAAAAAAAAAAAAAAull,
+                    0,
+                    0};
+    }
+    DstArith ac;
+    if (!ac.start(buf_.data(), codeStart_)) return *why = "coded data out of range", false;
+    ac.decode(reverse7(firstCoef_ & 127) + 1u);  // a reserved bit
+
+    static constexpr std::array<Loop, 16> kLoops = loops(std::make_integer_sequence<int, 16>());
+    const uint64_t limit = uint64_t(size) * 8 + kOverrunBits;
+    if (!kLoops[size_t(tables - 1)](chan, channels_, frameBytes_ * 8, ac, limit, out))
+        return *why = "coded data runs past the frame", false;
     return true;
 }

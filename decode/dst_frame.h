@@ -28,6 +28,7 @@ class DstFrameDecoder {
     struct Filter {
         int length = 0;
         int tables = 0;  // 8-tap lookup tables in use
+        int newestTap = 0;
         int16_t lookup[16][256];
     };
     struct Probs {
