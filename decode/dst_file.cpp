@@ -1,13 +1,16 @@
 #include "decode/dst_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
+
+extern "C" {
+#include <libavutil/crc.h>
+}
 
 #include "decode/decode.h"
 #include "decode/dst_frame.h"
@@ -30,31 +33,11 @@ uint64_t be(const uint8_t* p, int n) {
 // No match on good frames means an unknown way, and the CRCs are ignored.
 enum CrcWay { kCrcLsbFirst, kCrcMsbFirstOnes, kCrcMsbFirstZero, kCrcWays };
 
-struct CrcTables {
-    uint32_t lsb[256], msb[256];
-    CrcTables() {
-        for (uint32_t i = 0; i < 256; ++i) {
-            uint32_t l = i, m = i << 24;
-            for (int k = 0; k < 8; ++k) {
-                l = l & 1 ? (l >> 1) ^ 0xEDB88320u : l >> 1;
-                m = m & 0x80000000u ? (m << 1) ^ 0x04C11DB7u : m << 1;
-            }
-            lsb[i] = l;
-            msb[i] = m;
-        }
-    }
-};
-
 uint32_t crc(CrcWay way, const uint8_t* p, size_t n) {
-    static const CrcTables t;
-    if (way == kCrcLsbFirst) {
-        uint32_t c = ~0u;
-        for (size_t i = 0; i < n; ++i) c = t.lsb[(c ^ p[i]) & 255] ^ (c >> 8);
-        return ~c;
-    }
-    uint32_t c = way == kCrcMsbFirstOnes ? ~0u : 0u;
-    for (size_t i = 0; i < n; ++i) c = t.msb[(c >> 24) ^ p[i]] ^ (c << 8);
-    return c;
+    if (way == kCrcLsbFirst) return ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), ~0u, p, n);
+    // FFmpeg keeps MSB-first CRCs byte-swapped.
+    const uint32_t init = way == kCrcMsbFirstOnes ? ~0u : 0u;
+    return __builtin_bswap32(av_crc(av_crc_get_table(AV_CRC_32_IEEE), init, p, n));
 }
 
 // Sequential reads through a buffer, for the walk over thousands of chunks.
@@ -102,7 +85,7 @@ class DstFile : public DsdFile {
         uint64_t frame = UINT64_MAX;
         std::vector<uint8_t> dsd;
     };
-    bool walk(std::string* error);
+    void walk();
     bool useIndex();
     // Decodes frame n into out; false with a reason. stored: the frame's DSTC
     // value, or -1 without one.
@@ -113,7 +96,6 @@ class DstFile : public DsdFile {
     DstLayout layout_;
     std::string path_;
     int fd_ = -1;
-    uint64_t fileSize_ = 0;
     uint32_t frameBytes_;
     uint64_t declared_ = UINT64_MAX;  // the FRTE frame count
     bool indexed_ = false;
@@ -129,9 +111,7 @@ class DstFile : public DsdFile {
 bool DstFile::open(const char* path, std::string* error) {
     path_ = path;
     fd_ = ::open(path, O_RDONLY | O_CLOEXEC);
-    struct stat st {};
-    if (fd_ < 0 || fstat(fd_, &st) != 0) return *error = "cannot open file", false;
-    fileSize_ = uint64_t(st.st_size);
+    if (fd_ < 0) return *error = "cannot open file", false;
     if (info_.bitRate % (kFramesPerSecond * 8) != 0)
         return *error = "DST at this rate not supported", false;
     // The frame count comes first; then the frames from the index or a walk.
@@ -143,7 +123,7 @@ bool DstFile::open(const char* path, std::string* error) {
         if (be(h + 16, 2) != kFramesPerSecond)
             return *error = "DST frame rate not supported", false;
     }
-    if (!useIndex() && !walk(error)) return false;
+    if (!useIndex()) walk();  // a file without frames opens and plays nothing
     const uint64_t frames = std::min<uint64_t>(frames_.size(), declared_);
     frames_.resize(frames);
     reported_.assign(frames, false);
@@ -154,7 +134,7 @@ bool DstFile::open(const char* path, std::string* error) {
     return true;
 }
 
-bool DstFile::walk(std::string* error) {
+void DstFile::walk() {
     frames_.clear();
     indexed_ = false;
     Reader r(fd_);
@@ -170,8 +150,6 @@ bool DstFile::walk(std::string* error) {
         if (size > end - pos - 12) break;
         pos += 12 + size + (size & 1);
     }
-    (void)error;
-    return true;  // a file without frames opens and plays nothing
 }
 
 // The index is used when its entries are in order inside the sound data and
@@ -181,6 +159,8 @@ bool DstFile::useIndex() {
     if (layout_.index == 0 || bytes < 12 || bytes % 12 != 0) return false;
     std::vector<uint8_t> raw(bytes);
     if (pread(fd_, raw.data(), bytes, off_t(layout_.index)) != ssize_t(bytes)) return false;
+    // A short index would hide frames that a walk finds.
+    if (declared_ != UINT64_MAX && bytes / 12 < declared_) return false;
     const uint64_t count = std::min<uint64_t>(bytes / 12, std::min(declared_, kMaxFrames));
     // Some writers point at the chunk, some at its contents.
     uint8_t h[12];
@@ -239,17 +219,14 @@ const uint8_t* DstFile::frame(uint64_t n) {
     Slot& s = slots_[older_];
     older_ ^= 1;
     s.frame = n;
-    std::string why;
+    std::string why = "frame missing";
     int64_t stored = -1;
-    bool ok = decodeFrame(n, s.dsd.data(), &why, &stored);
+    bool ok = n < frames_.size() && decodeFrame(n, s.dsd.data(), &why, &stored);
     if (!ok && indexed_ && why == "frame not where the index says") {
-        std::string ignored;
-        walk(&ignored);
+        walk();
         frames_.resize(std::min<uint64_t>(frames_.size(), reported_.size()));
-        if (n < frames_.size())
-            ok = decodeFrame(n, s.dsd.data(), &why, &stored);
-        else
-            why = "frame missing";
+        why = "frame missing";
+        ok = n < frames_.size() && decodeFrame(n, s.dsd.data(), &why, &stored);
     }
     if (ok && crcWay_ >= 0 && stored >= 0 &&
         crc(CrcWay(crcWay_), s.dsd.data(), s.dsd.size()) != uint32_t(stored)) {

@@ -99,9 +99,8 @@ uint8_t reverse7(int v) {
 DstFrameDecoder::DstFrameDecoder(int channels, uint32_t frameBytes)
     : channels_(std::clamp(channels, 1, kMaxChannels)), frameBytes_(frameBytes) {}
 
-bool DstFrameDecoder::readHeader(const uint8_t* data, size_t size, std::string* why) {
+bool DstFrameDecoder::readHeader(size_t size, std::string* why) {
     HeaderBits b{DstBits(buf_.data()), uint64_t(size) * 8};
-    (void)data;
     b.take(1);  // the coded-frame flag, already seen
     if (b.take(3) != 7) return *why = "segmented frame not supported", false;
     const bool sameMap = b.take(1);
@@ -165,7 +164,7 @@ bool DstFrameDecoder::decode(const uint8_t* data, size_t size, uint8_t* out, std
     }
     buf_.assign(size + kPad, 0);
     memcpy(buf_.data(), data, size);
-    if (!readHeader(data, size, why)) return false;
+    if (!readHeader(size, why)) return false;
     return decodeBits(size, out, why);
 }
 

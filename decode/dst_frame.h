@@ -35,7 +35,7 @@ class DstFrameDecoder {
         // By |prediction| / 8, clamped to the table's last entry.
         uint8_t byMagnitude[4097];
     };
-    bool readHeader(const uint8_t* data, size_t size, std::string* why);
+    bool readHeader(size_t size, std::string* why);
     bool decodeBits(size_t size, uint8_t* out, std::string* why);
 
     int channels_;
