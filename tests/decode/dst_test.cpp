@@ -118,13 +118,13 @@ TEST(DstEncoder, FfmpegDecodesItsFilesToTheTwinsPcm) {
     if (!run("ffmpeg -hide_banner -decoders 2>/dev/null | grep -q ' dst '", &probe))
         GTEST_SKIP() << "no ffmpeg with a DST decoder";
     TempDir dir;
-    for (auto [multiple, channels, silence] :
-         {std::tuple{64, 2, false}, std::tuple{64, 1, true}, std::tuple{128, 6, false},
-          std::tuple{128, 2, true}}) {
+    for (auto [multiple, channels, silence, taps] :
+         {std::tuple{64, 2, false, 32}, std::tuple{64, 1, true, 32}, std::tuple{128, 6, false, 128},
+          std::tuple{128, 2, true, 13}}) {
         SCOPED_TRACE("DSD" + std::to_string(multiple) + " " + std::to_string(channels) + "ch");
         const std::string plain = dir.file("plain.dff"), dst = dir.file("dst.dff");
         writePlain(plain, multiple, channels, 4, silence);
-        ASSERT_TRUE(dstenc::encodeFile(plain, dst));
+        ASSERT_TRUE(dstenc::encodeFile(plain, dst, {.taps = taps}));
         std::vector<uint8_t> fromDst, fromPlain;
         const std::string ff = "ffmpeg -nostdin -v error -i ";
         ASSERT_TRUE(run(ff + dst + " -f f32le -", &fromDst));
@@ -169,6 +169,35 @@ TEST(DstEncoder, WritesCompactFramesWithTheirChecks) {
     ASSERT_TRUE(dec.decode(frame.data(), frame.size(), out.data(), nullptr));
     EXPECT_EQ(dec.filters(), 1);
     EXPECT_TRUE(out == twin);
+}
+
+// The less common codings decode exactly too: the longest filters (all
+// sixteen 8-tap tables), a filter length off the 8-tap grid with the table map
+// written apart, and noise, which does not compress and is stored as it is.
+TEST(DstFrames, EveryCodingDecodesExactly) {
+    TempDir dir;
+    const std::string plain = dir.file("plain.dff"), dst = dir.file("dst.dff");
+    for (auto [channels, taps, separate, noise] :
+         {std::tuple{2, 128, false, false}, std::tuple{6, 13, true, false},
+          std::tuple{2, 32, false, true}}) {
+        SCOPED_TRACE(std::to_string(channels) + "ch, " + std::to_string(taps) + " taps");
+        std::vector<uint8_t> dsd = writePlain(plain, 64, channels, 3);
+        if (noise) {
+            uint32_t x = 99;
+            for (size_t i = dsd.size() / 3; i < dsd.size() * 2 / 3; ++i)
+                dsd[i] = uint8_t((x = x * 1103515245 + 12345) >> 24);
+            ASSERT_TRUE(dsdgen::writeDff(plain, dsd, channels, 64, dsd.size() / channels * 8));
+        }
+        ASSERT_TRUE(dstenc::encodeFile(
+            plain, dst, {.index = true, .crc = true, .taps = taps, .separateMaps = separate}));
+        const std::vector<uint8_t> f = readFileBytes(dst);
+        DstFrameDecoder dec(channels, frameBytes(64));
+        std::vector<uint8_t> out(dsd.size() / 3);
+        const Chunk middle = frames(f)[1];
+        ASSERT_TRUE(dec.decode(&f[middle.pos], middle.size, out.data(), nullptr));
+        EXPECT_EQ(dec.plain(), noise);
+        EXPECT_TRUE(decodeAll(dst, StreamKind::DsdRaw) == dsd);
+    }
 }
 
 // A damaged frame plays as DSD silence with one line on standard error naming

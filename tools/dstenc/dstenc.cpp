@@ -10,7 +10,6 @@
 namespace dstenc {
 namespace {
 
-constexpr int kOrder = 32;    // filter taps: four lookups a bit in the decoder
 constexpr int kMaxBins = 64;  // probability table entries
 constexpr int kMaxRice = 24;  // longest Rice code a decoder must read at once
 constexpr int kFilterPredict[3][3] = {{-8, 0, 0}, {-16, 8, 0}, {-9, -5, 6}};
@@ -146,18 +145,18 @@ struct Plan {
 };
 
 // Levinson-Durbin on the autocorrelation of the +-1 bits.
-std::vector<double> predictor(const std::vector<int8_t>& x) {
+std::vector<double> predictor(const std::vector<int8_t>& x, int order) {
     const size_t n = x.size();
-    std::vector<double> r(kOrder + 1, 0.0);
-    for (int k = 0; k <= kOrder; ++k) {
+    std::vector<double> r(size_t(order) + 1, 0.0);
+    for (int k = 0; k <= order; ++k) {
         long s = 0;
         for (size_t i = size_t(k); i < n; ++i) s += x[i] * x[i - size_t(k)];
         r[size_t(k)] = double(s);
     }
     r[0] *= 1.0 + 1e-9;
-    std::vector<double> a(kOrder + 1, 0.0), prev;
+    std::vector<double> a(size_t(order) + 1, 0.0), prev;
     double err = r[0];
-    for (int i = 1; i <= kOrder && err > 0; ++i) {
+    for (int i = 1; i <= order && err > 0; ++i) {
         double acc = r[size_t(i)];
         for (int j = 1; j < i; ++j) acc -= a[size_t(j)] * r[size_t(i - j)];
         const double k = acc / err;
@@ -228,10 +227,10 @@ Plan measure(const std::vector<uint8_t>& bits, std::vector<int> coef) {
     return plan;
 }
 
-Plan planChannel(const std::vector<uint8_t>& bits) {
+Plan planChannel(const std::vector<uint8_t>& bits, int taps) {
     std::vector<int8_t> x(bits.size());
     for (size_t i = 0; i < bits.size(); ++i) x[i] = bits[i] ? 1 : -1;
-    const std::vector<double> a = predictor(x);
+    const std::vector<double> a = predictor(x, std::clamp(taps, 1, 128));
     double peak = 1e-9;
     for (double v : a) peak = std::max(peak, std::abs(v));
     Plan best;
@@ -255,7 +254,8 @@ uint8_t reverse7(int v) {
 
 }  // namespace
 
-std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t frameBytes) {
+std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t frameBytes,
+                                 const Options& options) {
     const size_t n = size_t(frameBytes) * 8;
     std::vector<Plan> plans;
     std::vector<int> element(static_cast<size_t>(channels));
@@ -276,16 +276,18 @@ std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t fram
         for (size_t i = 0; i < n; ++i)
             bits[i] = dsd[(i / 8) * size_t(channels) + size_t(ch)] >> (7 - i % 8) & 1;
         element[size_t(ch)] = int(plans.size());
-        plans.push_back(planChannel(bits));
+        plans.push_back(planChannel(bits, options.taps));
     }
 
     BitWriter w;
-    w.put(1, 1);  // coded
-    w.put(7, 3);  // one segment per channel, the same for filters and tables
-    w.put(1, 1);  // tables mapped like filters
-    if (plans.size() == 1) {
-        w.put(1, 1);
-    } else {
+    w.put(1, 1);                      // coded
+    w.put(7, 3);                      // one segment per channel, the same for filters and tables
+    w.put(!options.separateMaps, 1);  // tables mapped like filters
+    for (int map = 0; map < (options.separateMaps ? 2 : 1); ++map) {
+        if (plans.size() == 1) {
+            w.put(1, 1);
+            continue;
+        }
         w.put(0, 1);
         int count = 1;
         for (int ch = 1; ch < channels; ++ch) {
@@ -307,7 +309,12 @@ std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t fram
             ac.encode(p.residual[i], half ? 128u : uint32_t(p.probs[p.bin[i]]));
         }
     ac.finish();
-    return w.bytes();
+    std::vector<uint8_t> coded = w.bytes();
+    const size_t plain = size_t(frameBytes) * size_t(channels);
+    if (coded.size() <= plain) return coded;
+    coded.assign(1, 0);  // stored as it is
+    coded.insert(coded.end(), dsd, dsd + plain);
+    return coded;
 }
 
 uint32_t frameCrc(const uint8_t* dsd, size_t n) {

@@ -10,15 +10,18 @@
 
 namespace dstenc {
 
+struct Options {
+    bool index = true;          // write the DSTI index chunk
+    bool crc = true;            // write a DSTC chunk after every frame
+    int taps = 32;              // prediction filter length, 1 to 128
+    bool separateMaps = false;  // write the table map apart from the filter map
+};
+
 // One frame: frameBytes bytes per channel of interleaved DSD (earliest bit in
 // the MSB) in, the coded frame out. Channels with identical bits share one
-// filter and table.
-std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t frameBytes);
-
-struct Options {
-    bool index = true;  // write the DSTI index chunk
-    bool crc = true;    // write a DSTC chunk after every frame
-};
+// filter and table. A frame that does not compress is stored uncompressed.
+std::vector<uint8_t> encodeFrame(const uint8_t* dsd, int channels, uint32_t frameBytes,
+                                 const Options& options = {});
 
 // Reads an uncompressed DSDIFF file and writes its DST twin. A last partial
 // frame is completed with DSD silence. False with a reason on failure.

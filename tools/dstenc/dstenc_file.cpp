@@ -106,7 +106,7 @@ bool encodeFile(const std::string& inPath, const std::string& outPath, const Opt
     putChunk(sound, "FRTE", frte);
     for (size_t n = 0; n < frames; ++n) {
         const uint8_t* dsd = in.dsd.data() + n * frameSize;
-        const std::vector<uint8_t> coded = encodeFrame(dsd, in.channels, frameBytes);
+        const std::vector<uint8_t> coded = encodeFrame(dsd, in.channels, frameBytes, options);
         putBE(index, soundAt + sound.size(), 8);
         putBE(index, coded.size(), 4);
         putChunk(sound, "DSTF", coded);
