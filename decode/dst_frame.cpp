@@ -139,8 +139,13 @@ bool DstFrameDecoder::readHeader(size_t size, std::string* why) {
         int length;
         if (!readTable(b, 6, 7, false, 1, kProbPredict, 1, 128, values, &length))
             return *why = "bad probability table", false;
-        uint8_t* by = tables_[size_t(t)].byMagnitude;
-        for (int m = 0; m < 4097; ++m) by[m] = uint8_t(values[std::min(m, length - 1)]);
+        uint8_t* by = tables_[size_t(t)].byPrediction;
+        // Past the table's end its last entry holds, on both sides of zero.
+        const int spread = 8 * length;
+        const uint8_t last = uint8_t(values[length - 1]);
+        memset(by + spread, last, size_t(32768 - spread));
+        memset(by + 32768, last, size_t(32768 - spread + 1));
+        for (int m = 0; m < spread; ++m) by[m] = by[(65536 - m) & 65535] = uint8_t(values[m >> 3]);
     }
     if (b.take(1) != 0) return *why = "bad start of coded data", false;
     codeStart_ = b.bits.pos();
@@ -190,7 +195,7 @@ int predict(const Channel& c, uint64_t lo, uint64_t hi) {
 }
 
 uint32_t probability(const Channel& c, int16_t predict) {
-    return c.probs[(predict < 0 ? -int(predict) : predict) >> 3];
+    return c.probs[uint16_t(predict)];
 }
 
 // The per-bit loop, unrolled for the number of 8-tap tables in use (unused
@@ -198,8 +203,8 @@ uint32_t probability(const Channel& c, int16_t predict) {
 // decoded is known, which only adds its tap after, so that the table lookups
 // stay off the arithmetic decoder's path from one bit to the next.
 template <int Tables>
-bool decodeLoop(Channel* chan, int channels, uint32_t samples, DstArith& coder, uint64_t limit,
-                uint8_t* out) {
+[[gnu::always_inline]] inline bool decodeLoop(Channel* chan, int channels, uint32_t samples,
+                                              DstArith& coder, uint64_t limit, uint8_t* out) {
     DstArith ac = coder;  // in registers, not behind a reference
     for (int ch = 0; ch < channels; ++ch) {
         Channel& c = chan[ch];
@@ -232,9 +237,40 @@ bool decodeLoop(Channel* chan, int channels, uint32_t samples, DstArith& coder, 
 
 using Loop = bool (*)(Channel*, int, uint32_t, DstArith&, uint64_t, uint8_t*);
 
+// The same loop twice: for any x86-64, and for processors with BMI2 and
+// LZCNT, whose one-instruction variable shifts and leading-zero count make the
+// arithmetic decoder's renormalisation markedly cheaper.
+template <int Tables>
+bool loopPlain(Channel* chan, int channels, uint32_t samples, DstArith& ac, uint64_t limit,
+               uint8_t* out) {
+    return decodeLoop<Tables>(chan, channels, samples, ac, limit, out);
+}
+
+#if defined(__x86_64__)
+template <int Tables>
+[[gnu::target("bmi2,lzcnt")]] bool loopBmi2(Channel* chan, int channels, uint32_t samples,
+                                            DstArith& ac, uint64_t limit, uint8_t* out) {
+    return decodeLoop<Tables>(chan, channels, samples, ac, limit, out);
+}
+#endif
+
 template <int... T>
-constexpr std::array<Loop, sizeof...(T)> loops(std::integer_sequence<int, T...>) {
-    return {decodeLoop<T + 1>...};
+constexpr std::array<Loop, sizeof...(T)> plainLoops(std::integer_sequence<int, T...>) {
+    return {loopPlain<T + 1>...};
+}
+
+const std::array<Loop, 16>& loops() {
+    static constexpr auto plain = plainLoops(std::make_integer_sequence<int, 16>());
+#if defined(__x86_64__)
+    static constexpr auto bmi2 = []<int... T>(std::integer_sequence<int, T...>) {
+        return std::array<Loop, sizeof...(T)>{loopBmi2<T + 1>...};
+    }
+    (std::make_integer_sequence<int, 16>());
+    static const bool fast = __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("abm");
+    return fast ? bmi2 : plain;
+#else
+    return plain;
+#endif
 }
 
 }  // namespace
@@ -248,7 +284,7 @@ bool DstFrameDecoder::decodeBits(size_t size, uint8_t* out, std::string* why) {
         chan[ch] = {f.lookup,
                     2 * f.newestTap,
                     halfProb_[ch] ? uint32_t(f.length) : 0u,
-                    tables_[size_t(tableOf_[ch])].byMagnitude,
+                    tables_[size_t(tableOf_[ch])].byPrediction,
                     0xAAAAAAAAAAAAAAAAull,
                     0xAAAAAAAAAAAAAAAAull,
                     0,
@@ -258,9 +294,8 @@ bool DstFrameDecoder::decodeBits(size_t size, uint8_t* out, std::string* why) {
     if (!ac.start(buf_.data(), codeStart_)) return *why = "coded data out of range", false;
     ac.decode(reverse7(firstCoef_ & 127) + 1u);  // a reserved bit
 
-    static constexpr std::array<Loop, 16> kLoops = loops(std::make_integer_sequence<int, 16>());
     const uint64_t limit = uint64_t(size) * 8 + kOverrunBits;
-    if (!kLoops[size_t(tables - 1)](chan, channels_, frameBytes_ * 8, ac, limit, out))
+    if (!loops()[size_t(tables - 1)](chan, channels_, frameBytes_ * 8, ac, limit, out))
         return *why = "coded data runs past the frame", false;
     return true;
 }

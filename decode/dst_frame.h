@@ -32,8 +32,10 @@ class DstFrameDecoder {
         int16_t lookup[16][256];
     };
     struct Probs {
-        // By |prediction| / 8, clamped to the table's last entry.
-        uint8_t byMagnitude[4097];
+        // Indexed by the 16-bit prediction itself (|prediction| / 8, clamped
+        // to the table's last entry), so that no arithmetic stands between a
+        // decoded bit and the probability of the channel's next one.
+        uint8_t byPrediction[65536];
     };
     bool readHeader(size_t size, std::string* why);
     bool decodeBits(size_t size, uint8_t* out, std::string* why);
