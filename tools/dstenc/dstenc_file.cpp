@@ -20,7 +20,7 @@ void putBE(std::vector<uint8_t>& v, uint64_t x, int n) {
     for (int i = n - 1; i >= 0; --i) v.push_back(uint8_t(x >> (8 * i)));
 }
 void putId(std::vector<uint8_t>& v, const char* id) {
-    v.insert(v.end(), id, id + 4);
+    for (int i = 0; i < 4; ++i) v.push_back(uint8_t(id[i]));
 }
 void putChunk(std::vector<uint8_t>& v, const char* id, const std::vector<uint8_t>& body) {
     putId(v, id);
