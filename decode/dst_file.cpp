@@ -155,13 +155,14 @@ void DstFile::walk() {
 // The index is used when its entries are in order inside the sound data and
 // its ends point at DSTF chunks; a wrong entry found later sends us to a walk.
 bool DstFile::useIndex() {
-    const uint64_t bytes = layout_.indexEnd - layout_.index;
-    if (layout_.index == 0 || bytes < 12 || bytes % 12 != 0) return false;
-    std::vector<uint8_t> raw(bytes);
-    if (pread(fd_, raw.data(), bytes, off_t(layout_.index)) != ssize_t(bytes)) return false;
+    const uint64_t entries = (layout_.indexEnd - layout_.index) / 12;
+    if (layout_.index == 0 || entries == 0) return false;
     // A short index would hide frames that a walk finds.
-    if (declared_ != UINT64_MAX && bytes / 12 < declared_) return false;
-    const uint64_t count = std::min<uint64_t>(bytes / 12, std::min(declared_, kMaxFrames));
+    if (declared_ != UINT64_MAX && entries < declared_) return false;
+    const uint64_t count = std::min(entries, std::min(declared_, kMaxFrames));
+    std::vector<uint8_t> raw(count * 12);
+    if (pread(fd_, raw.data(), raw.size(), off_t(layout_.index)) != ssize_t(raw.size()))
+        return false;
     // Some writers point at the chunk, some at its contents.
     uint8_t h[12];
     const uint64_t first = be(raw.data(), 8);
