@@ -10,6 +10,8 @@
 
 #include <cstring>
 
+#include "decode/dst_file.h"
+
 namespace {
 
 constexpr int kMaxChannels = 8;
@@ -132,10 +134,13 @@ class DffFile : public DsdFile {
         return f_.readAt(dataOffset_ + first * ch, out, count * ch);
     }
 
+    const DstLayout& dstLayout() const { return dst_; }
+
   private:
     bool readProp(uint64_t pos, uint64_t end, std::string* error);
     Fd f_;
     uint64_t dataOffset_ = 0;
+    DstLayout dst_;
 };
 
 bool DffFile::readProp(uint64_t pos, uint64_t end, std::string* error) {
@@ -174,16 +179,23 @@ bool DffFile::open(const char* path, std::string* error) {
         if (memcmp(h, "PROP", 4) == 0) {
             if (!readProp(pos + 12, pos + 12 + body, error)) return false;
             haveProp = true;
-        } else if (haveProp && (memcmp(h, "DSD ", 4) == 0 || memcmp(h, "DST ", 4) == 0)) {
-            info_.dst = info_.dst || memcmp(h, "DST ", 4) == 0;
+        } else if (haveProp && memcmp(h, "DSD ", 4) == 0 && !info_.dst) {
             dataOffset_ = pos + 12;
-            info_.bytesPerChannel = info_.dst ? 0 : body / info_.channels;
+            info_.bytesPerChannel = body / info_.channels;
             info_.sampleBits = info_.bytesPerChannel * 8;
             return true;
+        } else if (haveProp && memcmp(h, "DST ", 4) == 0) {
+            info_.dst = true;
+            dst_.body = pos + 12;
+            dst_.bodyEnd = pos + 12 + body;
+        } else if (dst_.body && memcmp(h, "DSTI", 4) == 0) {
+            dst_.index = pos + 12;
+            dst_.indexEnd = pos + 12 + body;
         }
         if (size > end - pos - 12) break;
         pos += 12 + size + (size & 1);
     }
+    if (dst_.body) return true;  // the index, if any, follows the sound data
     return *error = haveProp ? "DSDIFF sound data missing" : "DSDIFF properties missing", false;
 }
 
@@ -210,7 +222,9 @@ std::unique_ptr<DsdFile> dsdFileOpen(const char* path, std::string* error) {
         if (f->open(path, error)) return f;
     } else {
         auto f = std::make_unique<DffFile>();
-        if (f->open(path, error)) return f;
+        if (f->open(path, error))
+            return f->info().dst ? dstFileOpen(path, f->info(), f->dstLayout(), error)
+                                 : std::move(f);
     }
     return nullptr;
 }

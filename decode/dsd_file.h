@@ -21,7 +21,7 @@ class DsdFile {
     const DsdFileInfo& info() const { return info_; }
     // Reads bytes [first, first + count) of every channel, interleaved, into
     // out (count * channels bytes). False on a read error or a range beyond
-    // bytesPerChannel; never for DST files.
+    // bytesPerChannel.
     virtual bool read(uint64_t first, uint32_t count, uint8_t* out) = 0;
 
   protected:
@@ -30,5 +30,6 @@ class DsdFile {
 
 // True when the file starts like a DSF or DSDIFF file.
 bool dsdFileProbe(const char* path);
-// Opens and checks the header. DST files open (info().dst) but cannot read.
+// Opens and checks the header. DST-compressed DSDIFF reads like any other
+// (info().dst); see dst_file.h.
 std::unique_ptr<DsdFile> dsdFileOpen(const char* path, std::string* error);

@@ -77,10 +77,6 @@ DsdSource* dsdOpen(const char* path, StreamKind kind, int32_t pcmRate, std::stri
     auto s = std::make_unique<DsdSource>();
     s->file = dsdFileOpen(path, error);
     if (!s->file) return nullptr;
-    if (s->file->info().dst) {
-        *error = "DST-compressed DSD cannot be decoded";
-        return nullptr;
-    }
     if (!setUp(s.get(), kind, pcmRate, error)) return nullptr;
     return s.release();
 }

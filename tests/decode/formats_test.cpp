@@ -12,6 +12,7 @@
 #include "tests/decode/read_stream.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/vdac.h"
+#include "tools/dstenc/dstenc.h"
 
 namespace {
 
@@ -131,12 +132,17 @@ TEST(Damage, HostileFilesFailCleanlyOrPlayTheirPart) {
         for (size_t i = from; i < to; ++i) b[i] = uint8_t((x = x * 1103515245 + 12345) >> 24);
         return b;
     };
+    std::vector<std::pair<std::string, std::string>> sources;  // name, path
     for (const char* file :
          {"wav-s24-96k-stereo.wav", "flac-s16-44k1-stereo.flac", "mp3-44k1-stereo.mp3",
           "vorbis-44k1-stereo.ogg", "opus-48k-stereo.ogg", "aac-44k1-stereo.m4a",
           "aac-44k1-stereo.aac", "alac-s16-44k1-stereo.m4a", "wavpack-s24-44k1-stereo.wv",
-          "dsf-dsd64-2ch.dsf", "dff-dsd128-3ch.dff"}) {
-        const std::vector<uint8_t> bytes = readFileBytes(fixture(file).path());
+          "dsf-dsd64-2ch.dsf", "dff-dsd128-3ch.dff"})
+        sources.emplace_back(file, fixture(file).path());
+    sources.emplace_back("dst-dsd128-3ch.dff", dir.file("dst-dsd128-3ch.dff"));
+    ASSERT_TRUE(dstenc::encodeFile(fixture("dff-dsd128-3ch.dff").path(), sources.back().second));
+    for (const auto& [file, source] : sources) {
+        const std::vector<uint8_t> bytes = readFileBytes(source);
         const size_t n = bytes.size();
         // Garbled in the middle, noise throughout, cut in the headers and in the data.
         std::vector<std::vector<uint8_t>> damaged{noise(bytes, n * 2 / 5, n / 2),
