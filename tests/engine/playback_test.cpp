@@ -170,8 +170,21 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
     const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;
     const int shownBits = !c.native.empty() ? 1 : f.bits ? f.bits : bits;
     EXPECT_EQ(playerControl.streamBits.load(), shownBits);
-    EXPECT_TRUE(text.out.ends_with("Bits per sample: " + std::to_string(shownBits) + "\n\n"))
+    // Then what the card was given and how the file reaches it.
+    const int cardBits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 ? 24 : 32;
+    const std::string verdict =
+        f.kind == "dsd" ? (!c.native.empty()      ? "native DSD"
+                           : c.dsdMode == kDsdPcm ? "DSD to PCM"
+                                                  : "DoP")
+        : f.kind == "lossless" && f.bits <= cardBits
+            ? "bit-perfect"
+            : "truncated to " +
+                  std::to_string(f.kind == "lossless" ? cardBits : std::min(cardBits, 24)) +
+                  " bits";
+    EXPECT_NE(text.out.find("Bits per sample: " + std::to_string(shownBits) + "\nCard: "),
+              std::string::npos)
         << text.out;
+    EXPECT_TRUE(text.out.ends_with(": " + verdict + "\n\n")) << text.out;
     EXPECT_EQ(playerControl.streamSeconds.load(), seconds);
     EXPECT_EQ(playerControl.lengthText, "00:0" + std::to_string(seconds));
     const int shown = c.native.empty() ? rate : first.rate;
