@@ -5,9 +5,9 @@
 #include <cctype>
 #include <cstdio>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
+#include <vector>
 
 #include "tests/support/harness.h"
 
@@ -20,19 +20,32 @@ std::string readText(const std::string& path) {
     return text.str();
 }
 
+// Every quoted word that follows `opener` in text, up to `closer`.
+void quotedAfter(const std::string& text, const std::string& opener, char closer,
+                 std::set<std::string>& words) {
+    for (size_t at = text.find(opener); at != std::string::npos; at = text.find(opener, at + 1)) {
+        size_t from = at + opener.size(), to = text.find(closer, from);
+        if (to != std::string::npos && to > from) words.insert(text.substr(from, to - from));
+    }
+}
+
 // The words the command code compares against, read from its source, so a
 // command added without a page entry fails here.
 std::set<std::string> commandsInSource() {
     std::set<std::string> words;
-    const std::regex pattern(
-        R"re(startsWith\(word, "(\w+)"\)|word == "(\w+)"|isLetter\(word, '(\w)'\))re");
     for (const char* file : {"idle_commands.cpp", "settings_commands.cpp", "command_loop.cpp"}) {
         const std::string text = readText(std::string(TOVRIN_SOURCE_DIR) + "/app/" + file);
-        for (std::sregex_iterator it(text.begin(), text.end(), pattern), end; it != end; ++it)
-            for (size_t group = 1; group <= 3; ++group)
-                if ((*it)[group].matched) words.insert((*it)[group].str());
+        quotedAfter(text, "startsWith(word, \"", '"', words);
+        quotedAfter(text, "word == \"", '"', words);
+        quotedAfter(text, "isLetter(word, '", '\'', words);
     }
     return words;
+}
+
+std::string leadingLetters(const std::string& text) {
+    size_t n = 0;
+    while (n < text.size() && std::islower(static_cast<unsigned char>(text[n]))) ++n;
+    return text.substr(0, n);
 }
 
 // The words of the program's own command list: "pf<value> - ..." and the
@@ -45,18 +58,26 @@ std::set<std::string> commandsInHelp() {
     run.send("h\nx\n");
     run.closeInput();
     run.waitExit(20);
-    std::istringstream lines(run.out().substr(run.out().find("Commands:")));
-    const std::regex head(R"(^([a-z]+)(<value>)? - )"), variant(R"(\b([a-z]+\d*)\b)");
+    const size_t list = run.out().find("Commands:");
+    if (list == std::string::npos) return words;
+    std::istringstream lines(run.out().substr(list));
     for (std::string line; std::getline(lines, line);) {
-        std::smatch m;
-        if (!std::regex_search(line, m, head)) continue;
-        words.insert(m[1].str());
+        const std::string word = leadingLetters(line);
+        const std::string rest = line.substr(word.size());
+        if (word.empty() || (rest.rfind(" - ", 0) != 0 && rest.rfind("<value> - ", 0) != 0))
+            continue;
+        words.insert(word);
         size_t open = line.find('('), close = line.find(')');
-        if (open == std::string::npos || close < open) continue;
-        const std::string inside = line.substr(open, close - open);
-        if (inside.find(',') == std::string::npos) continue;
-        for (std::sregex_iterator it(inside.begin(), inside.end(), variant), end; it != end; ++it)
-            words.insert((*it)[1].str());
+        if (open == std::string::npos || close == std::string::npos || close < open) continue;
+        std::istringstream inside(line.substr(open + 1, close - open - 1));
+        std::vector<std::string> variants;
+        for (std::string item; std::getline(inside, item, ',');) {
+            item.erase(0, item.find_first_not_of(' '));
+            variants.push_back(item);
+        }
+        // Only lists of command words, not "(0...99)" or "(1/0)".
+        if (variants.size() > 1 && leadingLetters(variants[0]) == word)
+            words.insert(variants.begin(), variants.end());
     }
     return words;
 }
