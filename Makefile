@@ -1,8 +1,11 @@
 # The two commands a fresh machine needs: `make demo` and `make check`.
 JOBS ?= 2
 CMAKE_FLAGS ?=
+PREFIX ?= /usr/local
+DESTDIR ?=
 
-.PHONY: all deps build demo check check-plain check-asan check-tsan check-fuzz format clean
+.PHONY: all deps build demo check check-plain check-asan check-tsan check-fuzz format clean \
+	install uninstall deb
 
 all: build
 
@@ -38,6 +41,23 @@ check-fuzz:
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DTOVRIN_FUZZ=ON $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
 	ctest --test-dir build-fuzz --output-on-failure -L fuzz
+
+# cmake --install takes DESTDIR from the environment.
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
+
+# Removes what the install rules would install, found by installing into a
+# scratch folder, so the list of files lives in one place.
+uninstall: build
+	@stage=$$(mktemp -d) && trap 'rm -rf "$$stage"' EXIT && \
+	DESTDIR="$$stage" cmake --install build --prefix "$(PREFIX)" >/dev/null && \
+	cd "$$stage" && find . \( -type f -o -type l \) | while read -r f; do \
+		echo "-- Removing: $(DESTDIR)$${f#.}"; rm -f "$(DESTDIR)$${f#.}"; done && \
+	find . -depth -type d -name tovrin | while read -r d; do \
+		rmdir "$(DESTDIR)$${d#.}" 2>/dev/null || true; done
+
+deb: deps
+	bash scripts/build-deb
 
 format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i

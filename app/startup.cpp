@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "app/frontend.h"
+#include "app/options.h"
 #include "device/device.h"
 #include "device/pcm.h"
 #include "engine/packing.h"
@@ -66,8 +67,12 @@ void probeFormats() {
 }
 
 int runBackground(const char* file) {
+    stopOnTerminate();
     pid_t child = fork();
-    if (child != 0) std::exit(0);  // the parent, or no child at all
+    if (child != 0) {  // the parent, or no child at all
+        if (child > 0) writePidFile(child);
+        std::exit(0);
+    }
     umask(0);
     setsid();
     detachStandardStreams();
@@ -78,6 +83,7 @@ int runBackground(const char* file) {
     copyPathSlot(playerControl.currentPath, file);
     playerControl.playerRoutine.load()(&playerControl);
     closelog();
+    removePidFile(getpid());
     return playerControl.runFailed.load() ? 1 : 0;
 }
 
@@ -93,6 +99,7 @@ int runInteractive() {
 }  // namespace
 
 int tovrinMain(int argc, char** argv) {
+    if (int status = runOption(argc, argv); status >= 0) return status;
     if (const char* sandbox = std::getenv("TOVRIN_SANDBOX")) applySandbox(sandbox);
     // Every line reaches the terminal or pipe as soon as it is complete.
     setvbuf(stdout, nullptr, _IOLBF, 0);
