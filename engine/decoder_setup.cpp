@@ -44,8 +44,12 @@ DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaul
     const int32_t pcmRate = choice.kind == StreamKind::DsdPcm
                                 ? dsdPcmRate(settings.dsdPcmRate, decodeDsdBitRate(path))
                                 : settings.dsdPcmRate;
-    out.handle.reset(decodeOpen(path, choice.kind, pcmRate));
-    if (!out.handle) return out;
+    out.handle.reset(decodeOpen(path, choice.kind, pcmRate, &out.error));
+    if (!out.handle) {
+        out.error =
+            std::string(path) + ": " + (out.error.empty() ? "cannot be decoded" : out.error);
+        return out;
+    }
 
     const StreamInfo info = decodeInfo(out.handle.get());
     const uint64_t length = decodeLength(out.handle.get());
@@ -95,21 +99,12 @@ void publishStream(PlayerControl& pc, const DecoderStream& ds) {
     std::snprintf(pc.lengthText, sizeof pc.lengthText, "%s", text.c_str());
 }
 
-void printGetInfoError(GetInfoReport which) {
-    switch (which) {
-        case GetInfoReport::FullMemoryS32:
-            std::fputs("\nGetInfo error\n", stderr);
-            std::fputs("> ", stderr);
-            break;
-        case GetInfoReport::FullMemoryOther:
-            std::fputs("\nGetInfo error\n", stderr);
-            std::fputs("\n> ", stderr);
-            break;
-        case GetInfoReport::DirectInput:
-            std::fputs("\nGetInfo error\n", stdout);
-            std::fflush(stdout);
-            std::fputs("\n> ", stderr);
-            break;
-    }
+void printGetInfoError(GetInfoReport which, const std::string& why) {
+    std::FILE* report = which == GetInfoReport::DirectInput ? stdout : stderr;
+    std::fputs("\nGetInfo error\n", report);
+    std::fflush(report);
+    // Which file and why, so the report is more than a word.
+    if (!why.empty()) std::fprintf(stderr, "%s\n", why.c_str());
+    std::fputs(which == GetInfoReport::FullMemoryS32 ? "> " : "\n> ", stderr);
     std::fflush(stderr);
 }

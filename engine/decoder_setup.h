@@ -36,7 +36,8 @@ using DecodeHandle = std::unique_ptr<DecodeStream, DecodeClose>;
 
 // One opened file as a player routine sees it.
 struct DecoderStream {
-    DecodeHandle handle;  // null: the file could not be opened
+    DecodeHandle handle;  // null: the file could not be opened, for the reason in error
+    std::string error;
     CardStream card = CardStream::Pcm;
     int32_t alsaFormat = 0;  // OutputSampleFormat code the file plays in
     SampleType sample = SampleType::Float32;
@@ -63,4 +64,5 @@ void publishStream(PlayerControl& pc, const DecoderStream& ds);
 
 // The text a routine prints when a file cannot be opened ("GetInfo" report).
 enum class GetInfoReport { FullMemoryS32, FullMemoryOther, DirectInput };
-void printGetInfoError(GetInfoReport which);
+// why: "<path>: <reason>", printed on stderr after the report's own text.
+void printGetInfoError(GetInfoReport which, const std::string& why);

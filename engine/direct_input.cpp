@@ -90,7 +90,7 @@ void* directInputPlayer(PlayerControl& pc) {
                                        pc.dsdNativeBE.load() != 0);
         if (!ds.handle) {
             finish(pc, dev);
-            return endRun(pc, RunEnd::GetInfoFailure, GetInfoReport::DirectInput);
+            return endRun(pc, RunEnd::GetInfoFailure, GetInfoReport::DirectInput, ds.error);
         }
         publishStream(pc, ds);
         if (seekPastEnd(pc, ds.rate, ds.frames)) {

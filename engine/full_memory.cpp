@@ -115,7 +115,7 @@ void* fullMemoryPlayer(PlayerControl& pc) {
     for (;;) {
         DecoderStream ds = openDecoder(pc.currentPath, Fmt::kOutputFormat, Fmt::kDefaultBits[kMode],
                                        pc.dsdNativeBE.load() != 0);
-        if (!ds.handle) return endRun(pc, RunEnd::GetInfoFailure, report);
+        if (!ds.handle) return endRun(pc, RunEnd::GetInfoFailure, report, ds.error);
         publishStream(pc, ds);
         if (seekPastEnd(pc, ds.rate, ds.frames)) {
             reportProblem(pc, std::string(pc.currentPath) + ": the track starts after its end");

@@ -105,7 +105,7 @@ void printUnderrun() {
     std::fflush(stderr);
 }
 
-void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report) {
+void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report, const std::string& detail) {
     // Idle before the prompt shows: a command typed at it must not be taken
     // for a playing command. The command loop waits on playerRunning, so
     // stopRequest goes last.
@@ -118,7 +118,7 @@ void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report) {
         case RunEnd::Stopped:
             break;
         case RunEnd::GetInfoFailure:
-            printGetInfoError(report);
+            printGetInfoError(report, detail);
             break;
         case RunEnd::MemoryFailure:
             std::fputs("\nMemory allocation error\n", stderr);

@@ -57,4 +57,6 @@ enum class RunEnd { Natural, Stopped, GetInfoFailure, MemoryFailure, Failed };
 
 // Prints what the ending calls for, then clears playerRunning, playerThread
 // and last stopRequest. Returns the thread result (null).
-void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report = GetInfoReport::DirectInput);
+// detail: the reason line of a GetInfo failure.
+void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report = GetInfoReport::DirectInput,
+             const std::string& detail = {});
