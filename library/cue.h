@@ -27,10 +27,14 @@ bool cueHasManyFiles();
 std::string resolveTrackFile(size_t track);
 
 // Appends the sheet's lines, converted to UTF-8 and without line ends, to
-// lines. The encoding comes from the first two bytes (UTF-8 or UTF-16 mark),
-// CP1251 without one; a line that does not convert is kept as read. A file
-// that cannot be opened leaves lines untouched.
+// lines. The encoding comes from the first two bytes (UTF-8 or UTF-16 mark);
+// without one, sheetCharset decides; a line that does not convert is kept as
+// read. A file that cannot be opened leaves lines untouched.
 void readCueLines(const std::string& path, std::vector<std::string>& lines);
+// The character set of a sheet's lines read without a mark: "UTF-8" when they
+// are valid UTF-8, else a detector's guess among the sets rippers write,
+// "CP1251" when it is unsure.
+std::string sheetCharset(const std::vector<std::string>& rawLines);
 // Returns the keyword and appends the line's values (at most three).
 std::string parseCueLine(const std::string& line, std::vector<std::string>& values);
 // "mm:ss:ff" (75 frames a second) to milliseconds; unreadable numbers count 0.

@@ -1,6 +1,5 @@
-// Reading a sheet's lines as UTF-8. The encoding is decided by the first two
-// bytes alone: a UTF-8 or UTF-16 byte-order mark, otherwise CP1251 (the sheets
-// this player meets without a mark are mostly Cyrillic rips).
+// Reading a sheet's lines as UTF-8. A UTF-8 or UTF-16 byte-order mark in the
+// first bytes decides; without one the text itself (sheetCharset).
 #include <glib.h>
 
 #include <cstdio>
@@ -12,7 +11,7 @@
 
 namespace {
 
-enum class SheetEncoding { Utf8, Utf16Le, Utf16Be, Cp1251 };
+enum class SheetEncoding { Utf8, Utf16Le, Utf16Be, Unmarked };
 
 constexpr size_t kMaxLineBytes = 4095;  // a 4096-byte line buffer with its NUL
 
@@ -27,11 +26,11 @@ struct GFree {
 using GText = std::unique_ptr<gchar, GFree>;
 
 SheetEncoding encodingFromMark(const unsigned char* head, size_t count) {
-    if (count < 2) return SheetEncoding::Cp1251;
+    if (count < 2) return SheetEncoding::Unmarked;
     if (head[0] == 0xEF && head[1] == 0xBB) return SheetEncoding::Utf8;
     if (head[0] == 0xFF && head[1] == 0xFE) return SheetEncoding::Utf16Le;
     if (head[0] == 0xFE && head[1] == 0xFF) return SheetEncoding::Utf16Be;
-    return SheetEncoding::Cp1251;
+    return SheetEncoding::Unmarked;
 }
 
 // Text up to its first zero byte: lines are handled as C strings.
@@ -67,15 +66,19 @@ bool readByteLine(std::FILE* file, std::string& line) {
 
 // The line in progress is stored before the end is noticed, so a final line
 // feed yields a final empty line and an empty file yields one empty line.
-void readByteLines(std::FILE* file, bool cp1251, std::vector<std::string>& lines) {
+void readByteLines(std::FILE* file, bool guess, std::vector<std::string>& lines) {
     std::string raw;
+    std::vector<std::string> read;
     bool more = true;
     while (more) {
         more = readByteLine(file, raw);
         std::string line = upToZero(raw.data(), raw.size());
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        lines.push_back(cp1251 ? convertLine(line, "CP1251") : line);
+        read.push_back(line);
     }
+    const std::string charset = guess ? sheetCharset(read) : "UTF-8";
+    for (const std::string& line : read)
+        lines.push_back(charset == "UTF-8" ? line : convertLine(line, charset.c_str()));
 }
 
 // Only a carriage return right before a line feed goes; the last line, which
@@ -126,7 +129,7 @@ void readCueLines(const std::string& path, std::vector<std::string>& lines) {
             for (int i = 0; i < 3; ++i) std::getc(file.get());
             readByteLines(file.get(), false, lines);
             break;
-        case SheetEncoding::Cp1251:
+        case SheetEncoding::Unmarked:
             readByteLines(file.get(), true, lines);
             break;
         case SheetEncoding::Utf16Le:

@@ -1,6 +1,9 @@
 // Reading sheets in each encoding, and loading one: the track table it leaves
 // and the text it prints.
+#include <glib.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include <string>
 #include <vector>
@@ -36,9 +39,8 @@ TEST(ReadCueLines, EightBitSheets) {
     const std::pair<std::string, Lines> cases[] = {
         {"\xEF\xBB\xBFTITLE \"\xC3\xA9t\xC3\xA9\"\r\nREM DATE 1999\r\n",
          {"TITLE \"été\"", "REM DATE 1999", ""}},
-        {"\xC3\xA9\n", {"Г©", ""}},  // UTF-8 without a mark is read as CP1251
+        {"\xC3\xA9\n", {"é", ""}},  // valid UTF-8 without a mark is UTF-8
         {"TITLE \"\xCF\xF0\xE8\xE2\xE5\xF2\"\r\n\r\n\xDF", {"TITLE \"Привет\"", "", "Я"}},
-        {"\x98 ok\nnext", {"\x98 ok", "next"}},  // undefined in CP1251: kept raw
         {"", {""}},
         {"a\r\r\n\r\nb\rc\r", {"a\r", "", "b\rc"}},  // one CR before LF or at the end goes
         {"ab\0cd\r\nnext"s, {"ab", "next"}},
@@ -47,6 +49,56 @@ TEST(ReadCueLines, EightBitSheets) {
     };
     for (const auto& [bytes, lines] : cases)
         EXPECT_EQ(readSheet(bytes), lines) << bytes.substr(0, 40);
+}
+
+// Sheets as rippers around the world write them, without a mark: each comes
+// back as the UTF-8 it was made from.
+TEST(ReadCueLines, UnmarkedSheetsInTheirOwnEncoding) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"CP1251",
+         "PERFORMER \"Кино\"\nTITLE \"Группа крови\"\nFILE \"Кино - Группа крови.flac\" WAVE\n"
+         "  TRACK 01 AUDIO\n    TITLE \"Группа крови\"\n    INDEX 01 00:00:00\n"
+         "  TRACK 02 AUDIO\n    TITLE \"Закрой за мной дверь, я ухожу\"\n    INDEX 01 04:45:12\n"},
+        {"KOI8-R",
+         "PERFORMER \"Аквариум\"\nTITLE \"Равноденствие\"\nFILE \"album.flac\" WAVE\n"
+         "  TRACK 01 AUDIO\n    TITLE \"Партизаны полной луны\"\n    INDEX 01 00:00:00\n"
+         "  TRACK 02 AUDIO\n    TITLE \"Старик Козлодоев и новые песни о главном\"\n"
+         "    INDEX 01 03:12:40\n"},
+        {"WINDOWS-1252",
+         "PERFORMER \"Françoise Hardy\"\nTITLE \"Tous les garçons et les filles\"\n"
+         "FILE \"album.flac\" WAVE\n  TRACK 01 AUDIO\n    TITLE \"Ça a raté\"\n"
+         "    INDEX 01 00:00:00\n  TRACK 02 AUDIO\n    TITLE \"Le temps de l'amour, déjà\"\n"
+         "    INDEX 01 02:31:00\n"},
+        {"GB18030",
+         "PERFORMER \"王菲\"\nTITLE \"天空\"\nFILE \"王菲 - 天空.flac\" WAVE\n"
+         "  TRACK 01 AUDIO\n    TITLE \"天空\"\n    INDEX 01 00:00:00\n"
+         "  TRACK 02 AUDIO\n    TITLE \"我爱你\"\n    INDEX 01 04:12:00\n"
+         "  TRACK 03 AUDIO\n    TITLE \"棋子\"\n    INDEX 01 08:30:00\n"},
+        {"SHIFT_JIS",
+         "PERFORMER \"宇多田ヒカル\"\nTITLE \"ファースト・ラヴ\"\nFILE \"album.wav\" WAVE\n"
+         "  TRACK 01 AUDIO\n    TITLE \"オートマティック\"\n    INDEX 01 00:00:00\n"
+         "  TRACK 02 AUDIO\n    TITLE \"ムーヴィン・オン・ウィズアウト・ユー\"\n    INDEX 01 "
+         "05:06:00\n"},
+        {"BIG5",
+         "PERFORMER \"周杰倫\"\nTITLE \"范特西\"\nFILE \"范特西.flac\" WAVE\n"
+         "  TRACK 01 AUDIO\n    TITLE \"愛在西元前\"\n    INDEX 01 00:00:00\n"
+         "  TRACK 02 AUDIO\n    TITLE \"簡單愛\"\n    INDEX 01 03:54:00\n"
+         "  TRACK 03 AUDIO\n    TITLE \"忍者\"\n    INDEX 01 08:24:00\n"},
+    };
+    for (const auto& [charset, text] : cases) {
+        gsize written = 0;
+        gchar* bytes = g_convert(text.data(), gssize(text.size()), charset, "UTF-8", nullptr,
+                                 &written, nullptr);
+        ASSERT_NE(bytes, nullptr) << charset;
+        Lines want;
+        for (size_t at = 0; at <= text.size();) {
+            const size_t end = std::min(text.find('\n', at), text.size());
+            want.push_back(text.substr(at, end - at));
+            at = end + 1;
+        }
+        EXPECT_EQ(readSheet(std::string(bytes, written)), want) << charset;
+        g_free(bytes);
+    }
 }
 
 TEST(ReadCueLines, Utf16SheetsInEitherByteOrder) {
