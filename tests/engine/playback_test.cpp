@@ -205,6 +205,60 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
 
 INSTANTIATE_TEST_SUITE_P(Fixtures, Playback, testing::ValuesIn(cases()));
 
+// A CUE track starts on the exact frame its INDEX names (1/75 s steps), in
+// PCM at every rate family and in native DSD and DoP, in both load modes.
+TEST(Playback, CueStartsLandOnTheirExactFrame) {
+    struct Start {
+        const char* file;
+        int32_t dsdMode;
+        const char* card;
+    } starts[] = {{"wav-s16-44k1-stereo.wav", kDsdDop, "S32_LE"},
+                  {"wav-s24-48k-6ch.wav", kDsdDop, "S32_LE"},
+                  {"flac-s24-96k-stereo.flac", kDsdDop, "S32_LE"},
+                  {"dsf-dsd64-2ch.dsf", kDsdDop, "S32_LE"},
+                  {"dff-dsd64-2ch.dff", kDsdNative, "DSD_U32_BE"}};
+    const int64_t cd = 52;  // 00:00:52, inside the shortest (1 s) file
+    for (const Start& s : starts)
+        for (Mode mode : {Mode{false, false}, Mode{true, true}}) {
+            SCOPED_TRACE(std::string(s.file) + " " + modeName(mode));
+            const Fixture f = fixture(s.file);
+            Card card({s.card});
+            settings.dsdMode = s.dsdMode;
+            if (s.dsdMode == kDsdNative) playerControl.dsdNativeBE.store(1);
+            playerControl.seekCdFrames.store(cd);
+            playerControl.seekSeconds.store(int32_t(cd / 75));
+            play({f.path()}, mode, kFormatS32);
+            std::vector<uint8_t> want;
+            size_t frameBytes = 4 * size_t(f.channels);
+            if (f.kind != "dsd") {
+                want = expectedCardBytes(f, kFormatS32);
+            } else {
+                // Card frames: DoP carries 2 DSD bytes a channel, native words 4.
+                Case c{.files = {s.file}, .mode = mode};
+                if (s.dsdMode == kDsdNative) c.native = "DSD_U32_BE";
+                want = dsdWords(f, c, kDopMarkerA);
+            }
+            const int rate = f.kind != "dsd" ? f.rate : f.rate / (s.dsdMode == kDsdNative ? 32 : 16);
+            const size_t from = size_t(cd * rate / 75) * frameBytes;
+            const std::vector<uint8_t> cap = card.capture();
+            ASSERT_EQ(cap.size(), want.size() - from);
+            // DoP markers follow the file's frame count, so the tail is the very bytes.
+            EXPECT_TRUE(std::equal(cap.begin(), cap.end(), want.begin() + long(from)));
+        }
+    // A sheet whose track starts after the file's end plays nothing and says so.
+    const Fixture wav = fixture("wav-s16-44k1-stereo.wav");
+    for (Mode mode : {Mode{false, false}, Mode{true, true}}) {
+        Card card({"S32_LE"});
+        playerControl.seekCdFrames.store(75 * 10);
+        playerControl.seekSeconds.store(10);
+        RunText text = play({wav.path()}, mode, kFormatS32);
+        EXPECT_NE(text.err.find(wav.path() + ": the track starts after its end\n"),
+                  std::string::npos)
+            << text.err;
+        EXPECT_TRUE(card.capture().empty());
+    }
+}
+
 TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     TempDir dir;
     const std::string junk = dir.file("junk.flac");
