@@ -2,7 +2,10 @@
 // to its end, and CUE sheets: the printed track list, N.T and .T.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "tests/support/harness.h"
 
@@ -146,6 +149,71 @@ TEST_F(PacedConsole, WordsTypedWhilePlayingStartsWaitForThePlayer) {
               std::string::npos)
         << report;
     EXPECT_EQ(eventsOfKind(fx_.events(), "drop").size(), 1u);
+}
+
+// A rip of one file per track with gaps appended, as rippers write it: each
+// track plays from its own file, found by its name as written, by its name in
+// another case, or under another playable suffix.
+constexpr const char* kFileSheet =
+    "PERFORMER \"Band\"\r\nTITLE \"Split\"\r\n"
+    "FILE \"01 a.flac\" WAVE\r\n  TRACK 01 AUDIO\r\n    INDEX 01 00:00:00\r\n"
+    "  TRACK 02 AUDIO\r\n    INDEX 00 00:02:50\r\n"
+    "FILE \"02 b.wav\" WAVE\r\n    INDEX 01 00:00:00\r\n"
+    "  TRACK 03 AUDIO\r\n    INDEX 01 00:01:10\r\n"
+    "FILE \"03 C.FLAC\" WAVE\r\n  TRACK 04 AUDIO\r\n    INDEX 01 00:00:00\r\n"
+    "FILE \"04 d.wav\" WAVE\r\n  TRACK 05 AUDIO\r\n    INDEX 01 00:00:30\r\n";
+
+class FileSheet : public PacedConsole {
+  protected:
+    void SetUp() override {
+        copyFixture("flac-s16-44k1-stereo.flac", "01 a.flac");
+        copyFixture("wav-s16-44k1-stereo.wav", "02 b.wav");
+        copyFixture("flac-s16-44k1-stereo.flac", "03 c.flac");
+        copyFixture("aiff-s16-44k1-stereo.aiff", "04 d.aiff");
+        writeFileBytes(album_ + "/album.cue", {kFileSheet, kFileSheet + strlen(kFileSheet)});
+        start("album.cue");  // entries: 1-4 the files, 5 the sheet
+        idle("5\n");
+    }
+};
+
+TEST_F(FileSheet, TracksPlayFromTheirOwnFiles) {
+    const std::vector<uint8_t> b = reference("wav-s16-44k1-stereo.wav"),
+                               d = reference("aiff-s16-44k1-stereo.aiff");
+    // N.T plays the track's file, whatever N names, and the folder after it.
+    size_t before = fx_.captured().size(), err = run_.err().size();
+    run_.send("1.3\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Out, "02 b.wav", kWait)) << run_.out();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    run_.send("s\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << run_.err();
+    std::vector<uint8_t> got = tail(fx_.captured(), before);
+    const size_t from = 85 * 588 * 8;  // 00:01:10
+    ASSERT_FALSE(got.empty());
+    EXPECT_TRUE(std::equal(got.begin(), got.end(), b.begin() + long(from)));
+
+    // .T while playing moves to the other file: 03 C.FLAC is "03 c.flac" on
+    // disk, and "04 d.wav" was re-encoded to "04 d.aiff".
+    for (const auto& [jump, name, ref, at] :
+         {std::tuple{".4\n", "03 c.flac", reference(), size_t(0)},
+          std::tuple{".5\n", "04 d.aiff", d, size_t(30 * 588 * 8)}}) {
+        SCOPED_TRACE(jump);
+        run_.send("1\n");
+        ASSERT_TRUE(run_.waitFor(Stream::Out, "(1/4)", kWait, run_.out().size()));
+        size_t out = run_.out().size();
+        err = run_.err().size();
+        run_.send(jump);
+        ASSERT_TRUE(run_.waitFor(Stream::Out, name, kWait, out)) << run_.out();
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        run_.send("s\n");
+        ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << run_.err();
+        // The last device session (the capture's tail) is the track's file.
+        const std::vector<VdacEvent> closes = eventsOfKind(fx_.events(), "close");
+        ASSERT_FALSE(closes.empty());
+        got = fx_.captured();
+        const std::vector<uint8_t> last = tail(got, got.size() - closes.back().bytes);
+        ASSERT_FALSE(last.empty());
+        EXPECT_TRUE(std::equal(last.begin(), last.end(), ref.begin() + long(at)));
+    }
 }
 
 // Entries: 0 "..", 1 album.flac, 2 album.cue, 3 empty.cue, 4 gone.cue.

@@ -42,12 +42,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     loadCueSheet(sheetPath);
     if (cueLines.empty()) std::abort();  // an existing file always gives a line
     size_t tracks = trackStartsMs.size();
-    if (trackNames.size() != tracks || trackStartTexts.size() != tracks) std::abort();
+    if (trackNames.size() != tracks || trackStartTexts.size() != tracks ||
+        trackStartFrames.size() != tracks || trackFiles.size() != tracks)
+        std::abort();
+    for (size_t t = 0; t < tracks; ++t) {
+        if (trackStartFrames[t] < -1) std::abort();
+        resolveTrackFile(t);
+    }
+    cueHasManyFiles();
     for (const std::string& line : cueLines) {
         std::vector<std::string> values;
         parseCueLine(line, values);
         if (values.size() > 3) std::abort();
         cueTimeToMs(line);
+        cueTimeToCdFrames(line);
     }
     return 0;
 }
