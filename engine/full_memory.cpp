@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/decode_source.h"
 #include "engine/decoder_setup.h"
 #include "engine/frame_reader.h"
+#include "engine/memory_fit.h"
 #include "engine/output_device.h"
 #include "engine/player.h"
 #include "engine/player_traits.h"
@@ -103,6 +105,21 @@ class FullMemorySource {
 
 constexpr int kMode = int(LoadMode::FullMemory);
 
+template <class Fmt>
+TransferEnd playDecoding(PlayerControl& pc, DecoderStream& ds, OutputDevice& dev, RunObjects& run) {
+    const bool rw = settings.rwAccess != 0;
+    DecodeBuffers<Fmt> bufs;
+    if (!bufs.ensure(true)) return TransferEnd::ReadFailed;
+    describeCard(pc, ds, dev.geometry(), rw);
+    pc.playerRunning.store(1);
+    announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
+    DecodeSource<Fmt> src(ds, bufs);
+    const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
+    PauseSilence silence(silenceFor(ds.card), ds.alsaFormat, ds.channels, frameBytes);
+    TransferContext ctx{pc, dev.pcm(), dev.geometry(), &silence, ds.rate, true};
+    return runTransfer(ctx, src, rw);
+}
+
 }  // namespace
 
 template <class Fmt>
@@ -134,6 +151,24 @@ void* fullMemoryPlayer(PlayerControl& pc) {
         const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
 
         bool reuse = loaded.holds(pc.currentPath, ds);
+        const std::string shortfall =
+            reuse ? std::string() : memoryShortfall(ds.frames * frameBytes + 32768);
+        if (!shortfall.empty()) {
+            // Too large to hold: the file plays as Direct Input would play it.
+            std::fprintf(stderr,
+                         "\n%s: does not fit in memory (%s); playing it decoded as it goes\n",
+                         pc.currentPath, shortfall.c_str());
+            std::fflush(stderr);
+            const TransferEnd end = playDecoding<Fmt>(pc, ds, dev, run);
+            if (end == TransferEnd::DeviceGone) {
+                reportProblem(pc, deviceGoneText(dev.pcm()));
+                return endRun(pc, RunEnd::Failed);
+            }
+            dev.close();
+            if (pc.stopRequest.load()) return endRun(pc, RunEnd::Stopped);
+            if (!advanceQueue(pc)) return endRun(pc, RunEnd::Natural);
+            continue;
+        }
         // The slack keeps an empty file's allocation from being zero bytes.
         if (!reuse && !allocateFor(ds.frames * frameBytes + 32768)) {
             dev.close();

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "engine/decoder_setup.h"
+#include "engine/memory_fit.h"
 #include "engine/packing.h"
 #include "settings/settings.h"
 #include "tests/engine/player_harness.h"
@@ -238,7 +239,8 @@ TEST(Playback, CueStartsLandOnTheirExactFrame) {
                 if (s.dsdMode == kDsdNative) c.native = "DSD_U32_BE";
                 want = dsdWords(f, c, kDopMarkerA);
             }
-            const int rate = f.kind != "dsd" ? f.rate : f.rate / (s.dsdMode == kDsdNative ? 32 : 16);
+            const int rate =
+                f.kind != "dsd" ? f.rate : f.rate / (s.dsdMode == kDsdNative ? 32 : 16);
             const size_t from = size_t(cd * rate / 75) * frameBytes;
             const std::vector<uint8_t> cap = card.capture();
             ASSERT_EQ(cap.size(), want.size() - from);
@@ -257,6 +259,31 @@ TEST(Playback, CueStartsLandOnTheirExactFrame) {
             << text.err;
         EXPECT_TRUE(card.capture().empty());
     }
+}
+
+// Full Memory asks first whether the decoded file fits; one that does not
+// plays decoded as it goes, bit for bit, with a line that says so.
+TEST(Playback, AFileTooLargeForMemoryPlaysDecodedAsItGoes) {
+    const Fixture wav = fixture("wav-s16-44k1-stereo.wav");
+    TempDir dir;
+    writeFileBytes(dir.file("meminfo"), {'M', 'e', 'm', 'A', 'v', 'a', 'i', 'l', 'a', 'b', 'l',
+                                         'e', ':', ' ', '5', '0', '0', ' ', 'k', 'B', '\n'});
+    const std::string saved = meminfoPath;
+    meminfoPath = dir.file("meminfo");
+    for (bool rw : {false, true}) {
+        Card card({"S32_LE"});
+        RunText text = play({wav.path(), wav.path()}, {false, rw}, kFormatS32);
+        EXPECT_NE(text.err.find(wav.path() + ": does not fit in memory (2 MiB needed, 1 MiB "
+                                             "available); playing it decoded as it goes\n"),
+                  std::string::npos)
+            << text.err;
+        const std::vector<uint8_t> one = expectedCardBytes(wav, kFormatS32);
+        std::vector<uint8_t> want = one;
+        want.insert(want.end(), one.begin(), one.end());
+        EXPECT_TRUE(card.capture() == want);
+        EXPECT_TRUE(text.err.ends_with("\n> "));
+    }
+    meminfoPath = saved;
 }
 
 TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
