@@ -82,8 +82,9 @@ bool runCommand(const std::string& word) {
     if (word == "x" || word == "X") return false;
     // A starting player still reads the settings and the Full Memory buffer:
     // a command waits until it plays (or has ended), then takes its own set.
-    while (playerControl.playerRunning.load() == 0 && playerControl.playerThread.load() != 0)
-        sleepMs(5);
+    awaitPlayer(playerControl, [] {
+        return playerControl.playerRunning.load() != 0 || playerControl.playerThread.load() == 0;
+    });
     if (playerControl.playerRunning.load() != 0)
         runPlayingCommand(word);
     else

@@ -93,15 +93,6 @@ void runNumberCommand(const NumberCommand& number) {
     }
 }
 
-// A thread that is still opening its file decides which set the command
-// belongs to, so wait until it plays or gives up.
-bool waitForStartingPlayer() {
-    if (playerControl.playerThread.load() == 0) return false;
-    while (playerControl.playerRunning.load() == 0 && playerControl.playerThread.load() != 0)
-        sleepMs(20);
-    return true;
-}
-
 }  // namespace
 
 void runIdleCommand(const std::string& word) {
@@ -109,9 +100,5 @@ void runIdleCommand(const std::string& word) {
         return;
     std::optional<NumberCommand> number = parseNumberCommand(word);
     if (!number) return;
-    if (waitForStartingPlayer()) {
-        runCommand(word);
-        return;
-    }
     runNumberCommand(*number);
 }

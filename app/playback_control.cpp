@@ -72,9 +72,8 @@ void startPlayback(const std::string& selectedPath) {
 void stopPlayer() {
     playerControl.stopRequest.store(1);
     playerControl.pauseRequest.store(0);
-    // The player drops the card within a pass; poll finely so the next
-    // command is not held up.
-    while (!playerLetGo()) sleepMs(5);
+    // The player drops the card within a pass and says when it has let go.
+    awaitPlayer(playerControl, playerLetGo);
 }
 
 void playNext() {

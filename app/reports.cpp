@@ -72,6 +72,8 @@ void printSettingsReport() {
     std::fflush(stdout);
     pairLine("ALSA Period: ", s.periodFrames, s.periodTimeUs);
     pairLine("ALSA Buffer: ", s.bufferFrames, s.bufferTimeUs);
+    if (uint32_t underruns = playerControl.underruns.load())
+        std::printf("Underruns: %u\n", underruns);
     if (int32_t buffer = playerControl.cardBufferFrames.load())
         std::printf("ALSA granted: period %d frames, buffer %d frames\n",
                     playerControl.cardPeriodFrames.load(), buffer);

@@ -24,3 +24,8 @@ bool copyPathSlot(char (&slot)[kPathSlot], const char* text) {
     std::memcpy(slot, text, n + 1);
     return true;
 }
+
+void notePlayerChange(PlayerControl& pc) {
+    pc.playerChanges.fetch_add(1);
+    pc.playerChanges.notify_all();
+}

@@ -71,9 +71,27 @@ struct PlayerControl {
     // 1 once a file of the run could not be played: background mode exits
     // with it.
     std::atomic<int32_t> runFailed{0};
+    // Underruns since start, for the settings report.
+    std::atomic<uint32_t> underruns{0};
+    // Counts the player's changes of state (it started playing, it ended),
+    // so the console can sleep until one instead of polling.
+    std::atomic<uint32_t> playerChanges{0};
 };
 
 extern PlayerControl playerControl;
+
+// Player side: after playerRunning was set, or the run has ended.
+void notePlayerChange(PlayerControl& pc);
+// Console side: returns once done() holds, sleeping between the player's
+// changes of state.
+template <class Done>
+void awaitPlayer(PlayerControl& pc, Done done) {
+    for (;;) {
+        const uint32_t seen = pc.playerChanges.load();
+        if (done()) return;
+        pc.playerChanges.wait(seen);
+    }
+}
 
 // CLOCK_REALTIME in milliseconds.
 uint64_t nowMs();

@@ -30,7 +30,6 @@ struct DecodeBuffers {
 template <class Fmt>
 class DecodeSource {
   public:
-    static constexpr bool kReportUnderrun = false;
     static constexpr bool kReadEndStopsRun = Fmt::kMmapReadEndStopsRun;
 
     DecodeSource(const DecoderStream& ds, DecodeBuffers<Fmt>& bufs)

@@ -67,6 +67,7 @@ void* directInputPlayer(PlayerControl& pc) {
         }
         describeCard(pc, ds, dev.geometry(), rw);
         pc.playerRunning.store(1);
+        notePlayerChange(pc);
         announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
 
         DecodeSource<Fmt> src(ds, bufs);

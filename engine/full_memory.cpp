@@ -49,13 +49,15 @@ bool allocateFor(uint64_t bytes) {
 // Decodes the whole stream in chunks, packing each as it arrives; returns the
 // packed bytes. Never writes past frames x frameBytes.
 template <class Fmt>
-uint64_t loadWhole(const DecoderStream& ds, uint32_t frameBytes, std::vector<uint8_t>& scratch) {
+uint64_t loadWhole(const PlayerControl& pc, const DecoderStream& ds, uint32_t frameBytes,
+                   std::vector<uint8_t>& scratch) {
     constexpr uint32_t kChunkFrames = 8192;
     FrameReader reader(ds);
     if (reader.needsScratch()) scratch.resize(size_t(kChunkFrames) * ds.decodedFrameBytes);
     const uint64_t dotBytes = uint64_t(Fmt::kDecodedSampleBytes) * uint64_t(ds.channels);
     uint64_t packed = 0;
-    while (!reader.finished()) {
+    // A stop, next or exit typed while loading acts within a chunk.
+    while (!reader.finished() && !pc.stopRequest.load()) {
         const uint64_t before = reader.position() * dotBytes;
         if (reader.read(loaded.data + packed, kChunkFrames, scratch.data(), scratch.size()) == 0)
             break;
@@ -70,7 +72,6 @@ uint64_t loadWhole(const DecoderStream& ds, uint32_t frameBytes, std::vector<uin
 
 class FullMemorySource {
   public:
-    static constexpr bool kReportUnderrun = true;
     static constexpr bool kReadEndStopsRun = false;
 
     FullMemorySource(const uint8_t* data, uint64_t bytes, uint32_t frameBytes)
@@ -112,6 +113,7 @@ TransferEnd playDecoding(PlayerControl& pc, DecoderStream& ds, OutputDevice& dev
     if (!bufs.ensure(true)) return TransferEnd::ReadFailed;
     describeCard(pc, ds, dev.geometry(), rw);
     pc.playerRunning.store(1);
+    notePlayerChange(pc);
     announceFile(pc, run.params.get(), Fmt::kReportExtraLine[kMode]);
     DecodeSource<Fmt> src(ds, bufs);
     const uint32_t frameBytes = cardFrameBytes(ds.alsaFormat, ds.channels);
@@ -175,8 +177,13 @@ void* fullMemoryPlayer(PlayerControl& pc) {
             return endRun(pc, RunEnd::MemoryFailure);
         }
         pc.playerRunning.store(1);
+        notePlayerChange(pc);
         if (!reuse) {
-            loaded.bytes = loadWhole<Fmt>(ds, frameBytes, scratch);
+            loaded.bytes = loadWhole<Fmt>(pc, ds, frameBytes, scratch);
+            if (pc.stopRequest.load()) {
+                releaseFullMemoryBuffer();  // half a file is no file to keep
+                return endRun(pc, RunEnd::Stopped);
+            }
             copyPathSlot(loaded.path, pc.currentPath);
             loaded.alsaFormat = ds.alsaFormat;
             loaded.card = ds.card;

@@ -130,5 +130,6 @@ void* endRun(PlayerControl& pc, RunEnd how, GetInfoReport report, const std::str
     }
     std::fflush(stderr);
     pc.stopRequest.store(0);
+    notePlayerChange(pc);
     return nullptr;
 }

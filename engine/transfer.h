@@ -7,7 +7,7 @@
 // Player thread only.
 //
 // A source provides:
-//   kReportUnderrun, kReadEndStopsRun   static rules of the load mode
+//   kReadEndStopsRun                    static rule of the load mode
 //   finished()                          nothing left of the file to write
 //   position()                          frames of the file written so far
 //   frames()                            frames of the whole file
@@ -67,7 +67,11 @@ void followControls(const TransferContext& c, Source& src, CardState& card) {
 // Handles a failed call: false when the run cannot go on on this device.
 template <class Source>
 bool recovered(const TransferContext& c, CardState& card, int err) {
-    if (err == -EPIPE && Source::kReportUnderrun) printUnderrun();
+    if (err == -EPIPE) {
+        // Said the same way in every mode, and counted for the settings report.
+        c.pc.underruns.fetch_add(1);
+        printUnderrun();
+    }
     if (recoverPcm(c.pcm, err) == PcmRecovery::Gone) return false;
     card.started = false;
     return true;

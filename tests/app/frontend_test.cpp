@@ -30,6 +30,7 @@ void* testPlayer(void*) {
     if (!failToStart.load()) {
         playerControl.streamSeconds.store(300);
         playerControl.playerRunning.store(1);
+        notePlayerChange(playerControl);
         std::lock_guard<std::mutex> lock(seenLock);
         played.push_back(playerControl.currentPath);
     }
@@ -46,6 +47,7 @@ void* testPlayer(void*) {
     playerControl.playerRunning.store(0);
     playerControl.playerThread.store(0);
     playerControl.stopRequest.store(0);
+    notePlayerChange(playerControl);
     return nullptr;
 }
 

@@ -165,7 +165,7 @@ TEST_P(Playback, CaptureIsTheReferenceInTheCardsFormat) {
                          playerControl.playerRunning.load()),
               std::tuple(int32_t(c.files.size() - 1), -1, 0));
     EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
-    EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed && !c.mode.di);
+    EXPECT_EQ(text.err.find("underrun occurred\n") != std::string::npos, c.speed > 1);
     // Published for the now-playing line (the last file's); native DSD shows its bit rate.
     // A source's own depth whatever the card (32 for a 32-bit file on S16_LE).
     const int bits = c.card == kFormatS16 ? 16 : c.card == kFormatS24_3 && !c.mode.di ? 24 : 32;

@@ -82,9 +82,10 @@ bool ProgramRun::start(const std::string& binary, const std::vector<std::string>
 }
 
 ProgramRun::~ProgramRun() {
-    if (pid_ > 0) {
+    // Once reaped, the group's number may belong to someone else's processes.
+    if (pid_ > 0 && !reaped_) {
         kill(-pid_, SIGKILL);
-        if (!reaped_) waitpid(pid_, nullptr, 0);
+        waitpid(pid_, nullptr, 0);
     }
     closeFd(in_), closeFd(fd_[0]), closeFd(fd_[1]);
 }
