@@ -167,6 +167,10 @@ TransferEnd runTransfer(const TransferContext& c, Source& src, bool rw) {
             }
         }
         card.publishHeard(c.pc, src.position(), c.rate);
+        // The next file goes on at once: tracks shorter than a pass must not
+        // each cost one.
+        if (!c.playOut && src.finished() && !card.paused && !c.silence->owesFrame())
+            return TransferEnd::Done;
         passSleep(c.geometry.bufferTimeUs);
     }
 }

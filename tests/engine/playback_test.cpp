@@ -261,6 +261,45 @@ TEST(Playback, CueStartsLandOnTheirExactFrame) {
     }
 }
 
+// A 16-bit stereo 44.1 kHz WAV of frames frames, sample values from seed on.
+std::vector<uint8_t> shortWav(uint32_t frames, uint16_t seed) {
+    auto le = [](std::vector<uint8_t>& out, uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i) out.push_back(uint8_t(v >> (8 * i)));
+    };
+    std::vector<uint8_t> w{'R', 'I', 'F', 'F'};
+    le(w, 36 + frames * 4, 4);
+    for (char ch : std::string("WAVEfmt ")) w.push_back(uint8_t(ch));
+    le(w, 16, 4), le(w, 1, 2), le(w, 2, 2), le(w, 44100, 4), le(w, 44100 * 4, 4), le(w, 4, 2);
+    le(w, 16, 2);
+    for (char ch : std::string("data")) w.push_back(uint8_t(ch));
+    le(w, frames * 4, 4);
+    for (uint32_t i = 0; i < frames * 2; ++i) le(w, uint16_t(seed + i * 7), 2);
+    return w;
+}
+
+// Twenty 50 ms tracks in Direct Input at real time: one device session, no
+// underrun, and the card gets them back to back.
+TEST(Playback, ShortTracksPlayGaplessInDirectInput) {
+    TempDir dir;
+    std::vector<std::string> paths;
+    std::vector<uint8_t> want;
+    for (int i = 0; i < 20; ++i) {
+        paths.push_back(dir.file(std::to_string(i) + ".wav"));
+        const std::vector<uint8_t> w = shortWav(2205, uint16_t(i * 1000));
+        writeFileBytes(paths.back(), w);
+        for (size_t at = 44; at < w.size(); at += 2)  // left-justified in S32_LE
+            want.insert(want.end(), {0, 0, w[at], w[at + 1]});
+    }
+    for (bool rw : {false, true}) {
+        Card card({"S32_LE"}, 1);
+        settings.periodFrames = settings.bufferFrames = -1;
+        RunText text = play(paths, {true, rw}, kFormatS32);
+        EXPECT_EQ(card.count("xrun"), 0u) << rw;
+        EXPECT_EQ(card.count("open"), 1u);
+        EXPECT_TRUE(card.capture() == want) << rw;
+    }
+}
+
 // Full Memory asks first whether the decoded file fits; one that does not
 // plays decoded as it goes, bit for bit, with a line that says so.
 TEST(Playback, AFileTooLargeForMemoryPlaysDecodedAsItGoes) {
