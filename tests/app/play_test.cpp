@@ -124,14 +124,16 @@ TEST_F(Console, SelectedFileAndTheRestOfTheFolderPlayBitExact) {
     EXPECT_TRUE(eventsOfKind(fx_.events(), "drop").empty());
 }
 
+// A card that plays at speed times real time.
+VdacConfig paced(double speed) {
+    VdacConfig config;
+    config.speed = speed;
+    return config;
+}
+
 class PacedConsole : public Console {
   protected:
-    PacedConsole() : Console(realTime()) {}
-    static VdacConfig realTime() {
-        VdacConfig config;
-        config.speed = 1;
-        return config;
-    }
+    PacedConsole() : Console(paced(1)) {}
 };
 
 // A settings word typed with the play command waits until the player has
@@ -255,12 +257,7 @@ TEST_F(CueConsole, SheetPrintsAndStartsFilesAtItsTracks) {
 // jump arrives.
 class CueJump : public CueConsole {
   protected:
-    CueJump() : CueConsole(paced()) {}
-    static VdacConfig paced() {
-        VdacConfig config;
-        config.speed = 0.5;  // the 3 s file lasts 6 s
-        return config;
-    }
+    CueJump() : CueConsole(paced(0.5)) {}  // the 3 s file lasts 6 s
 };
 
 TEST_F(CueJump, DotTrackJumpsWithinTheRunningFile) {
