@@ -142,8 +142,10 @@ class PacedConsole : public Console {
 TEST_F(PacedConsole, WordsTypedWhilePlayingStartsWaitForThePlayer) {
     copyFixture("flac-s16-44k1-stereo.flac", "01.flac");
     start("01.flac");
-    size_t err = run_.err().size();
-    run_.send("1\ndi\ns\n");
+    size_t err = run_.err().size(), out = run_.out().size();
+    run_.send("1\ndi\n");
+    ASSERT_TRUE(run_.waitFor(Stream::Out, "Card: ", kWait, out)) << run_.out();
+    run_.send("s\n");
     ASSERT_TRUE(run_.waitFor(Stream::Err, "\n> ", kWait, err)) << run_.err();
     const std::string report = idle("st\n");
     EXPECT_NE(report.find("Mode: Full Memory\n"), std::string::npos) << report;
