@@ -44,7 +44,7 @@ void startThread() {
 
 void playSlot(int index) {
     playerControl.queue.queueIndex.store(index);
-    std::memcpy(playerControl.currentPath, playerControl.queue.queuePaths[index], kPathSlot);
+    copyPathSlot(playerControl.currentPath, playerControl.queue.queuePaths[size_t(index)].c_str());
     printLoading();
     startThread();
 }
@@ -52,10 +52,9 @@ void playSlot(int index) {
 }  // namespace
 
 void buildPlayQueue(const std::string& selectedPath) {
-    QueuePlan plan = planQueue(folderList, currentFolder, selectedPath, kQueueSlots, kPathSlot);
-    for (size_t i = 0; i < plan.paths.size(); ++i)
-        copyPathSlot(playerControl.queue.queuePaths[i], plan.paths[i].c_str());
+    QueuePlan plan = planQueue(folderList, currentFolder, selectedPath, folderList.size(), kPathSlot);
     playerControl.queue.queueCount.store(static_cast<int32_t>(plan.paths.size()));
+    playerControl.queue.queuePaths = std::move(plan.paths);
     playerControl.queue.queueIndex.store(plan.index < 0 ? 0 : plan.index);
 }
 

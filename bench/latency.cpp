@@ -57,7 +57,7 @@ double measure(Key key, int32_t bufferTimeUs) {
     tuningSeams.configuredCpus = [] { return 1L; };
     const Fixture f = fixture("wav-s16-44k1-stereo.wav");
     copyPathSlot(playerControl.currentPath, f.path().c_str());
-    copyPathSlot(playerControl.queue.queuePaths[0], f.path().c_str());
+    playerControl.queue.queuePaths = {f.path()};
     playerControl.queue.queueCount.store(1);
     playerControl.queue.queueIndex.store(0);
     playerControl.seekSeconds.store(-1);

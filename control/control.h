@@ -9,16 +9,18 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 constexpr int kPathSlot = 512;  // 511 bytes of text and a NUL
-constexpr int kQueueSlots = 1000;
 
 using PlayerRoutine = void* (*)(void*);
 
-// The files of one play command. Filled by the command loop before a thread
-// starts; the player only reads it, and moves queueIndex as it advances.
+// The files of one play command, the whole folder however large. Filled by
+// the command loop while no player thread exists; the player only reads it,
+// and moves queueIndex as it advances.
 struct PlayQueue {
-    char queuePaths[kQueueSlots][kPathSlot] = {};
+    std::vector<std::string> queuePaths;
     std::atomic<int32_t> queueCount{0};
     std::atomic<int32_t> queueIndex{0};
 };

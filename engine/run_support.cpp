@@ -51,14 +51,14 @@ void describeCard(PlayerControl& pc, const DecoderStream& ds, const DeviceGeomet
 
 bool queueHasNext(const PlayerControl& pc) {
     int32_t next = pc.queue.queueIndex.load() + 1;
-    return next < pc.queue.queueCount.load() && next < kQueueSlots;
+    return next < pc.queue.queueCount.load();
 }
 
 bool advanceQueue(PlayerControl& pc) {
     int32_t next = pc.queue.queueIndex.load() + 1;
-    if (next >= pc.queue.queueCount.load() || next >= kQueueSlots) return false;
+    if (next >= pc.queue.queueCount.load()) return false;
     pc.queue.queueIndex.store(next);
-    copyPathSlot(pc.currentPath, pc.queue.queuePaths[next]);
+    copyPathSlot(pc.currentPath, pc.queue.queuePaths[size_t(next)].c_str());
     return true;
 }
 

@@ -52,8 +52,7 @@ RunText play(const std::vector<std::string>& paths, Mode mode, int32_t alsaForma
     settings.directInput = mode.di;
     settings.rwAccess = mode.rw;
     playerControl.outputFormat.store(alsaFormat);
-    for (size_t i = 0; i < paths.size(); ++i)
-        copyPathSlot(playerControl.queue.queuePaths[i], paths[i].c_str());
+    playerControl.queue.queuePaths = paths;
     playerControl.queue.queueCount.store(int32_t(paths.size()));
     playerControl.queue.queueIndex.store(0);
     copyPathSlot(playerControl.currentPath, paths[0].c_str());
