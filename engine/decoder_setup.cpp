@@ -37,6 +37,13 @@ DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaul
     DecoderStream out;
     out.card = choice.card;
     out.alsaFormat = choice.alsaFormat;
+    // A FIFO or device named like a song is refused with its reason; the
+    // routine's own report of a failed open follows.
+    if (std::string why; !decodeRegularFile(path, &why)) {
+        std::fprintf(stderr, "%s: %s\n", path, why.c_str());
+        std::fflush(stderr);
+        return out;
+    }
     out.handle.reset(decodeOpen(path, choice.kind, settings.dsdPcmRate));
     if (!out.handle) return out;
 

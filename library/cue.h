@@ -1,6 +1,6 @@
 // CUE sheets: reading in UTF-8, UTF-16 or CP1251, parsing into the track table.
-// Main thread only; the player never reads the table. Nothing here throws or
-// reports: an unreadable sheet simply yields no lines and an empty table.
+// Main thread only; the player never reads the table. Nothing here throws; an
+// unreadable sheet yields no lines and an empty table.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -16,7 +16,8 @@ extern std::vector<int32_t> trackStartsMs;
 // Appends the sheet's lines, converted to UTF-8 and without line ends, to
 // lines. The encoding comes from the first two bytes (UTF-8 or UTF-16 mark),
 // CP1251 without one; a line that does not convert is kept as read. A file
-// that cannot be opened leaves lines untouched.
+// that cannot be opened leaves lines untouched; one that is not a regular
+// file or is larger than 1 MiB is refused with one line on stderr.
 void readCueLines(const std::string& path, std::vector<std::string>& lines);
 // Returns the keyword and appends the line's values (at most three).
 std::string parseCueLine(const std::string& line, std::vector<std::string>& values);
