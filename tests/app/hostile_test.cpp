@@ -109,8 +109,9 @@ TEST(OddFiles, FifosAndHugeSheetsAreRefusedWithTheirReason) {
     writeFileBytes(fx.music + "/edge.cue", huge);
     ProgramRun run;
     ASSERT_TRUE(fx.start(run));
-    // Entries: .., x.wav, big.cue, edge.cue, z.cue.
-    run.send("1\n2\n4\n3\nx\n");
+    // Entries: .., x.wav, big.cue, edge.cue, z.cue. Enter before any command
+    // does nothing (it used to mean "0", the parent folder).
+    run.send("\n\n1\n2\n4\n3\nx\n");
     run.closeInput();
     ASSERT_EQ(run.waitExit(kWait), 0) << run.err();
     const std::string& err = run.err();
@@ -122,6 +123,7 @@ TEST(OddFiles, FifosAndHugeSheetsAreRefusedWithTheirReason) {
         EXPECT_NE(err.find(line), std::string::npos) << line << " in " << err;
     EXPECT_EQ(err.find("edge.cue"), std::string::npos) << err;
     EXPECT_TRUE(eventsOfKind(fx.events(), "start").empty());  // nothing was played
+    EXPECT_EQ(readText(fx.workdir + "/path.txt"), fx.music);
     EXPECT_TRUE(fs::is_regular_file(fx.workdir + "/config.dat"));
     EXPECT_EQ(readFileBytes(fx.workdir + "/config.dat").size(), 136u);
 }
