@@ -111,7 +111,8 @@ void decode(const uint8_t* bytes, size_t count, Settings& s, std::string& damage
             continue;
         }
         f.in(s) = f.in(defaults);
-        if (damaged.find(f.name) == std::string::npos)
+        // The twenty list positions share one name.
+        if (!damaged.ends_with(f.name))
             damaged += std::string(damaged.empty() ? "" : ", ") + f.name;
     }
 }
