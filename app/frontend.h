@@ -49,7 +49,9 @@ int exitProgram();
 // The command loop on standard input until exit or end of input.
 int runCommandLoop();
 
-// path.txt in the working directory.
+// path.txt in the working directory, replaced whole; a failed save is one
+// line on stderr and leaves the old file.
 void writePathFile(const std::string& folder);
-// The folder it names when that is an existing directory.
+// The folder it names when that is an existing directory. A path.txt that is
+// no regular file is refused with one line on stderr.
 bool readPathFile(std::string& folder);

@@ -1,35 +1,35 @@
 // path.txt: the raw bytes of the last folder, no line end.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "app/frontend.h"
+#include "settings/safe_file.h"
 
 namespace {
 constexpr const char* kPathFile = "path.txt";
 }
 
 void writePathFile(const std::string& folder) {
-    int fd = creat(kPathFile, 0644);
-    if (fd < 0) return;
-    // Readable and writable by everybody whatever the umask.
-    fchmod(fd, 0666);
-    const char* p = folder.data();
-    size_t left = folder.size();
-    while (left > 0) {
-        ssize_t n = write(fd, p, left);
-        if (n <= 0) break;
-        p += n;
-        left -= size_t(n);
-    }
-    close(fd);
+    std::string why;
+    if (replaceFile(kPathFile, folder.data(), folder.size(), why)) return;
+    std::fprintf(stderr, "Can't save %s: %s\n", kPathFile, why.c_str());
+    std::fflush(stderr);
 }
 
 bool readPathFile(std::string& folder) {
-    int fd = open(kPathFile, O_RDONLY);
-    if (fd < 0) return false;
+    std::string why;
+    int fd = openRegularFile(kPathFile, why);
+    if (fd < 0) {
+        if (errno != ENOENT) {
+            std::fprintf(stderr, "%s: %s\n", kPathFile, why.c_str());
+            std::fflush(stderr);
+        }
+        return false;
+    }
     char text[kPathSlot];
     std::memset(text, 0, sizeof text);
     ssize_t n = read(fd, text, kPathSlot - 1);

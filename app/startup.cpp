@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "app/command_read.h"
 #include "app/frontend.h"
 #include "app/options.h"
 #include "device/device.h"
@@ -88,12 +89,16 @@ int runBackground(const char* file) {
 }
 
 int runInteractive() {
+    catchStopSignals();
     std::string folder;
     if (readPathFile(folder)) currentFolder = folder;
     std::printf("%s\nh - view list of commands\n%s", colorBrightCyan, colorReset);
     std::fflush(stdout);
     scanFolder(currentFolder.c_str(), folderList);
-    return runCommandLoop();
+    int status = runCommandLoop();
+    // A termination signal ended the loop: settings and folder are saved
+    // and the player has let go, as after "x"; the status names the signal.
+    return stopSignal() != 0 ? 128 + stopSignal() : status;
 }
 
 }  // namespace
@@ -103,6 +108,9 @@ int tovrinMain(int argc, char** argv) {
     if (const char* sandbox = std::getenv("TOVRIN_SANDBOX")) applySandbox(sandbox);
     // Every line reaches the terminal or pipe as soon as it is complete.
     setvbuf(stdout, nullptr, _IOLBF, 0);
+    // Nothing typed waits in a stdio buffer: the command loop waits on the
+    // descriptor itself, and the card prompt reads the same stream.
+    setvbuf(stdin, nullptr, _IONBF, 0);
     if (isBackgroundArgument(argc, argv)) {
         detachStandardStreams();
         playerControl.backgroundMode.store(1);

@@ -57,6 +57,11 @@ uint32_t decodeRead(DecodeStream* s, void* buffer, uint32_t bytes);
 // Sample-exact: the next read starts at the frame holding byte position pos.
 bool decodeSeek(DecodeStream* s, uint64_t pos);
 
+// True when path names a regular file; anything else (a FIFO, a device) is
+// refused with its reason in *why, never opened for reading. decodeOpen
+// makes the same check first.
+bool decodeRegularFile(const char* path, std::string* why = nullptr);
+
 // True when the file's content is DSD (DSF, DSDIFF); used by tests and tools.
 bool decodeIsDsdContent(const char* path);
 // The DSD bit rate per channel of a DSF or DSDIFF file (2822400 for DSD64), or

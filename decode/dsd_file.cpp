@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "decode/dst_file.h"
+#include "decode/plain_file.h"
 
 namespace {
 
@@ -69,9 +70,10 @@ class DsfFile : public DsdFile {
 };
 
 bool DsfFile::open(const char* path, std::string* error) {
-    f_.fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    f_.fd = openPlainFile(path, error);
     struct stat st {};
-    if (f_.fd < 0 || fstat(f_.fd, &st) != 0) return *error = "cannot open file", false;
+    if (f_.fd < 0) return false;
+    if (fstat(f_.fd, &st) != 0) return *error = "cannot open file", false;
     uint8_t h[92];
     if (!f_.readAt(0, h, sizeof h)) return *error = "DSF header too short", false;
     uint64_t fmtAt = le(h + 4, 8);
@@ -164,9 +166,10 @@ bool DffFile::readProp(uint64_t pos, uint64_t end, std::string* error) {
 }
 
 bool DffFile::open(const char* path, std::string* error) {
-    f_.fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    f_.fd = openPlainFile(path, error);
     struct stat st {};
-    if (f_.fd < 0 || fstat(f_.fd, &st) != 0) return *error = "cannot open file", false;
+    if (f_.fd < 0) return false;
+    if (fstat(f_.fd, &st) != 0) return *error = "cannot open file", false;
     uint8_t h[16];
     if (!f_.readAt(0, h, 16) || memcmp(h, "FRM8", 4) != 0 || memcmp(h + 12, "DSD ", 4) != 0)
         return *error = "not a DSDIFF file", false;
@@ -203,7 +206,7 @@ bool DffFile::open(const char* path, std::string* error) {
 
 bool dsdFileProbe(const char* path) {
     Fd f;
-    f.fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    f.fd = openPlainFile(path, nullptr);
     uint8_t h[16];
     if (f.fd < 0 || !f.readAt(0, h, 16)) return false;
     return memcmp(h, "DSD ", 4) == 0 ||
@@ -214,9 +217,10 @@ std::unique_ptr<DsdFile> dsdFileOpen(const char* path, std::string* error) {
     std::string dummy;
     if (!error) error = &dummy;
     Fd probe;
-    probe.fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    probe.fd = openPlainFile(path, error);
     uint8_t h[4] = {};
-    if (probe.fd < 0 || !probe.readAt(0, h, 4)) return *error = "cannot read file", nullptr;
+    if (probe.fd < 0) return nullptr;
+    if (!probe.readAt(0, h, 4)) return *error = "cannot read file", nullptr;
     if (memcmp(h, "DSD ", 4) == 0) {
         auto f = std::make_unique<DsfFile>();
         if (f->open(path, error)) return f;

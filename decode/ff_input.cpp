@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "decode/decode.h"
 #include "decode/sample_convert.h"
 
 extern "C" {
@@ -48,6 +49,8 @@ void FfInput::setDeadline(std::chrono::seconds limit) {
 
 bool FfInput::open(const char* path, std::string* error) {
     silenceLibraryLog();
+    // The library's own open would wait forever on a FIFO.
+    if (!decodeRegularFile(path, error)) return false;
     setDeadline(std::chrono::seconds(30));
     AVFormatContext* ctx = avformat_alloc_context();
     if (!ctx) return fail(error, "out of memory");

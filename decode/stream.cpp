@@ -28,6 +28,7 @@ uint32_t sampleBytes(SampleType type) {
 }  // namespace
 
 DecodeStream* decodeOpen(const char* path, StreamKind kind, int32_t pcmRate, std::string* error) {
+    if (!decodeRegularFile(path, error)) return nullptr;
     auto s = std::make_unique<DecodeStream>();
     if (dsdProbe(path)) {
         s->dsd = dsdOpen(path, kind, pcmRate, error);

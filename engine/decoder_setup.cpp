@@ -41,6 +41,12 @@ DecoderStream openDecoder(const char* path, int32_t outputFormat, int32_t defaul
     DecoderStream out;
     out.card = choice.card;
     out.alsaFormat = choice.alsaFormat;
+    // A FIFO or device named like a song is refused with its reason, never
+    // opened; the routine's own report of a failed open follows.
+    if (std::string why; !decodeRegularFile(path, &why)) {
+        out.error = std::string(path) + ": " + why;
+        return out;
+    }
     const int32_t pcmRate = choice.kind == StreamKind::DsdPcm
                                 ? dsdPcmRate(settings.dsdPcmRate, decodeDsdBitRate(path))
                                 : settings.dsdPcmRate;

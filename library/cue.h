@@ -1,6 +1,6 @@
 // CUE sheets: reading in UTF-8, UTF-16 or CP1251, parsing into the track table.
-// Main thread only; the player never reads the table. Nothing here throws or
-// reports: an unreadable sheet simply yields no lines and an empty table.
+// Main thread only; the player never reads the table. Nothing here throws; an
+// unreadable sheet yields no lines and an empty table.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -29,7 +29,8 @@ std::string resolveTrackFile(size_t track);
 // Appends the sheet's lines, converted to UTF-8 and without line ends, to
 // lines. The encoding comes from the first two bytes (UTF-8 or UTF-16 mark);
 // without one, sheetCharset decides; a line that does not convert is kept as
-// read. A file that cannot be opened leaves lines untouched.
+// read. A file that cannot be opened leaves lines untouched; one that is not
+// a regular file or is larger than 1 MiB is refused with one line on stderr.
 void readCueLines(const std::string& path, std::vector<std::string>& lines);
 // The character set of a sheet's lines read without a mark: "UTF-8" when they
 // are valid UTF-8, else a detector's guess among the sets rippers write,

@@ -1,19 +1,23 @@
 // Reading a sheet's lines as UTF-8. A UTF-8 or UTF-16 byte-order mark in the
 // first bytes decides; without one the text itself (sheetCharset).
 #include <glib.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "library/cue.h"
+#include "settings/safe_file.h"
 
 namespace {
 
 enum class SheetEncoding { Utf8, Utf16Le, Utf16Be, Unmarked };
 
 constexpr size_t kMaxLineBytes = 4095;  // a 4096-byte line buffer with its NUL
+constexpr size_t kMaxSheetBytes = 1 << 20;
 
 struct FileCloser {
     void operator()(std::FILE* f) const { std::fclose(f); }
@@ -112,10 +116,43 @@ void readUtf16Lines(std::FILE* file, bool bigEndian, std::vector<std::string>& l
     appendUtf16Line(units, bigEndian, false, lines);
 }
 
+// The whole sheet, read with one bound: a FIFO or device named like a sheet
+// is refused before it could block, and a file past kMaxSheetBytes is
+// refused without reading it (real sheets are a few kilobytes).
+bool readSheetBytes(const std::string& path, std::string& text) {
+    std::string why;
+    off_t size = 0;
+    int fd = openRegularFile(path.c_str(), why, &size);
+    const int openError = errno;
+    if (fd >= 0 && size > off_t(kMaxSheetBytes)) {
+        why = "sheet larger than 1 MiB, not read";
+    } else if (fd >= 0) {
+        text.resize(kMaxSheetBytes + 1);
+        size_t got = 0;
+        while (got < text.size()) {
+            ssize_t n = read(fd, text.data() + got, text.size() - got);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            got += size_t(n);
+        }
+        text.resize(got);
+        // It may have grown since it was measured.
+        if (got > kMaxSheetBytes) why = "sheet larger than 1 MiB, not read";
+    }
+    if (fd >= 0) close(fd);
+    if (why.empty()) return true;
+    if (fd < 0 && openError == ENOENT) return false;  // gone since the listing: as before, silent
+    std::fprintf(stderr, "%s: %s\n", path.c_str(), why.c_str());
+    std::fflush(stderr);
+    return false;
+}
+
 }  // namespace
 
 void readCueLines(const std::string& path, std::vector<std::string>& lines) {
-    File file(std::fopen(path.c_str(), "rb"));
+    std::string text;
+    if (!readSheetBytes(path, text)) return;
+    File file(fmemopen(text.data(), text.size(), "rb"));
     if (!file) return;
     unsigned char head[4];
     size_t count = std::fread(head, 1, sizeof head, file.get());

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "library/cue.h"
+#include "library/folder.h"
 #include "settings/settings.h"
 
 std::vector<std::string> cueLines;
@@ -82,7 +83,7 @@ void applyLine(AlbumInfo& album, const std::string& line) {
 
 void printPart(const char* label, const std::string& text) {
     if (text.empty()) return;
-    std::printf("%s%s%s%s", colorCyan, label, colorBrightYellow, text.c_str());
+    std::printf("%s%s%s%s", colorCyan, label, colorBrightYellow, escapeControls(text).c_str());
 }
 
 void printSheet(const AlbumInfo& album) {
@@ -94,7 +95,8 @@ void printSheet(const AlbumInfo& album) {
     // "%02d" simply widens from track 100 and 1000 on.
     for (size_t i = 0; i < trackStartsMs.size(); ++i) {
         std::printf("%s%02zu   %s%s   %s%s\n", colorBrightYellow, i + 1, colorCyan,
-                    trackStartTexts[i].c_str(), colorBrightYellow, trackNames[i].c_str());
+                    escapeControls(trackStartTexts[i]).c_str(), colorBrightYellow,
+                    escapeControls(trackNames[i]).c_str());
         std::fflush(stdout);
     }
     std::printf("%s\n", colorReset);

@@ -50,7 +50,7 @@ void scanFolder(const char* path, FolderList& list) {
     list.clear();
     DIR* dir = opendir(path);
     if (!dir) {
-        fprintf(stderr, "Can't read %s\n", path);
+        fprintf(stderr, "Can't read %s\n", escapeControls(path).c_str());
         fflush(stderr);
         return;
     }

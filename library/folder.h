@@ -24,6 +24,10 @@ void scanFolder(const char* path, FolderList& list);
 void printFolderPage();
 void printFolderList(const FolderList& list);
 
+// text with every control character (C0, DEL, and C1 in its UTF-8 form) as
+// \xHH, so a name or sheet text can never steer the terminal.
+std::string escapeControls(const std::string& text);
+
 // Paging rule on a page position (linesPerPage below 1 counts as 1).
 int pageUpPosition(int position, int linesPerPage);
 int pageDownPosition(int position, int linesPerPage, int entries);

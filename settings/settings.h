@@ -26,10 +26,13 @@ enum DsdMode : int32_t { kDsdPcm = 0, kDsdDop = 1, kDsdNative = 2 };
 
 extern Settings settings;
 
-// Reads ./config.dat (silently keeps the defaults when it cannot), applies the
-// load corrections and sets the colour strings.
+// Reads ./config.dat, applies the load corrections and sets the colour
+// strings. No file: the defaults, silently. A file that is not a regular file
+// or cannot be read, or a damaged one (wrong size, a value no command
+// stores), is named in one line on stderr; each bad field keeps its default.
 void loadSettings();
-// Rewrites ./config.dat whole (136 bytes, mode 0666); failures are silent.
+// Replaces ./config.dat whole (136 bytes, mode 0666). A failure is one line on
+// stderr and leaves the old file as it was.
 void saveSettings();
 
 // Active colour strings: ANSI sequences when colours are on, "" when off.

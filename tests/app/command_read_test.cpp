@@ -20,7 +20,8 @@ std::vector<std::string> readAll(std::string input) {
 TEST(CommandRead, WordsEnterAndEndOfInput) {
     using Words = std::vector<std::string>;
     EXPECT_EQ(readAll(""), Words{});
-    EXPECT_EQ(readAll("\n"), Words{"0"});  // Enter before any word selects entry 0
+    EXPECT_EQ(readAll("\n"), Words{});  // Enter before any word does nothing
+    EXPECT_EQ(readAll("\n\n3\n\n"), (Words{"3", "3"}));
     EXPECT_EQ(readAll("12\n\n\n"), (Words{"12", "12", "12"}));
     EXPECT_EQ(readAll("a b\n"), (Words{"a", "b"}));
     EXPECT_EQ(readAll("a \n"), (Words{"a", "a"}));  // the blank goes with the word

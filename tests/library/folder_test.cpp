@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "library/cue.h"
 #include "library/folder.h"
 #include "settings/settings.h"
 #include "tests/support/vdac.h"
@@ -99,6 +100,39 @@ TEST(Listing, LinesByKindPageBoundsAndRoot) {
     listedFolder = "/";
     atRoot = true;
     EXPECT_EQ("\n0    /bin\n1    /home\n", page(0, 100, false, 0));  // no double slash
+}
+
+// Names and sheet texts come from anyone's files: no control character may
+// reach the terminal, while printable UTF-8 stays as it is.
+TEST(Listing, ControlCharactersAreShownEscaped) {
+    const std::pair<std::string, std::string> texts[] = {
+        {"plain \xc3\xa9t\xc3\xa9 \xe2\x82\xac", "plain \xc3\xa9t\xc3\xa9 \xe2\x82\xac"},
+        {"\x1b[31mred", "\\x1b[31mred"},
+        {std::string("a\0b\tc\n\r\x7f", 8), "a\\x00b\\x09c\\x0a\\x0d\\x7f"},
+        {"csi \xc2\x9b"
+         "2J \xc2\xa0 \xc2",
+         "csi \\xc2\\x9b2J \xc2\xa0 \xc2"},  // U+009B, U+00A0
+    };
+    for (const auto& [raw, shown] : texts) EXPECT_EQ(escapeControls(raw), shown);
+
+    folderList = {"..", "\x1b]0;title\x07", "bell\x07.flac", "sheet\x1b.cue"};
+    listedFolder = "/m\x1bx";
+    atRoot = false;
+    EXPECT_EQ(page(0, 10, false),
+              "\n0    ..\n1    /m\\x1bx/\\x1b]0;title\\x07\n"
+              "2    /m\\x1bx/bell\\x07.flac\n3    /m\\x1bx/sheet\\x1b.cue\n");
+
+    TempDir dir;
+    const std::string sheet =
+        "PERFORMER \"\x1b[2JA\"\nTITLE \"T\x07\"\nREM DATE \"\x1b\"\n"
+        "TITLE \"one\x1b[0m\"\nINDEX 01 00:\x1b:00\n";
+    writeFileBytes(dir.file("s.cue"), {sheet.begin(), sheet.end()});
+    setColors(false);
+    testing::internal::CaptureStdout();
+    loadCueSheet(dir.file("s.cue"));
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "Artist: \\x1b[2JA   Album: T\\x07   Year: \\x1b\n01   00:\\x1b:00   one\\x1b[0m\n\n");
 }
 
 }  // namespace

@@ -105,6 +105,10 @@ void ProgramRun::closeInput() {
     closeFd(in_);
 }
 
+bool ProgramRun::sendSignal(int sig) {
+    return pid_ > 0 && !reaped_ && kill(pid_, sig) == 0;
+}
+
 int ProgramRun::pump(int timeoutMs) {
     if (fd_[0] < 0 && fd_[1] < 0) return -1;
     pollfd fds[2] = {{fd_[0], POLLIN, 0}, {fd_[1], POLLIN, 0}};  // closed ones are skipped

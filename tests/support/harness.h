@@ -29,6 +29,8 @@ class ProgramRun {
 
     bool send(const std::string& text);  // false once the child's stdin is closed
     void closeInput();
+    // Sends sig to the child itself (not its group); false once it was reaped.
+    bool sendSignal(int sig);
 
     // True once `text` occurs in the stream at or after byte offset `from`.
     bool waitFor(Stream stream, const std::string& text, double timeoutSec, size_t from = 0);
