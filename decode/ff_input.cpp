@@ -167,6 +167,29 @@ bool FfInput::statedFrames(uint64_t* frames) const {
     return true;
 }
 
+bool FfInput::headerFrames(uint64_t* frames) {
+    const char* name = format_->iformat->name;
+    const bool stated = std::strcmp(name, "flac") == 0 || std::strcmp(name, "wv") == 0 ||
+                        std::strcmp(name, "ape") == 0;
+    if (!stated || !isLossless() || stream_->duration <= 0 ||
+        format_->duration_estimation_method != AVFMT_DURATION_FROM_STREAM ||
+        (stream_->start_time != AV_NOPTS_VALUE && stream_->start_time != 0))
+        return false;
+    const int64_t total =
+        av_rescale_q(stream_->duration, stream_->time_base, AVRational{1, rate()});
+    // A header can be stale (a cut or grown file): the frames at the end must
+    // agree. Decoding them costs a frame or two, not the file.
+    if (total <= 0 || !seekBefore(total - 1) || !nextFrame()) return false;
+    const int64_t start = frameStart();
+    if (start == AV_NOPTS_VALUE || start < 0 || start >= total) return false;
+    const int64_t limit = int64_t{rate()} * 30;  // a seek that went far back proves nothing
+    int64_t end = start + frame_->nb_samples;
+    while (end - start <= limit && nextFrame()) end += frame_->nb_samples;
+    if (end != total) return false;
+    *frames = static_cast<uint64_t>(total);
+    return true;
+}
+
 bool FfInput::seekBefore(int64_t sample) {
     int64_t ts = av_rescale_q(sample, AVRational{1, rate()}, stream_->time_base);
     if (av_seek_frame(format_.get(), stream_->index, ts, AVSEEK_FLAG_BACKWARD) < 0) return false;
