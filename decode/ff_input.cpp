@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
 #include "decode/sample_convert.h"
 
@@ -34,6 +35,33 @@ std::string errorText(int code) {
 bool fail(std::string* error, const std::string& text) {
     if (error) *error = text;
     return false;
+}
+
+// Where the last WavPack block with samples ends, from its own header (index
+// and sample count), or -1. WavPack's seek reads every block up to the target,
+// so the end is found by searching back from the end of the file instead.
+int64_t wavpackEnd(AVIOContext* pb) {
+    constexpr int64_t kTail = 1 << 20;  // well above any block's size
+    constexpr int kHeader = 32;
+    const int64_t size = avio_size(pb);
+    if (size < kHeader) return -1;
+    const int64_t from = std::max<int64_t>(0, size - kTail);
+    std::vector<uint8_t> tail(static_cast<size_t>(size - from));
+    if (avio_seek(pb, from, SEEK_SET) != from ||
+        avio_read(pb, tail.data(), int(tail.size())) != int(tail.size()))
+        return -1;
+    for (int64_t at = int64_t(tail.size()) - kHeader; at >= 0; --at) {
+        const uint8_t* h = tail.data() + at;
+        if (std::memcmp(h, "wvpk", 4) != 0) continue;
+        const int64_t blockEnd = from + at + 8 + AV_RL32(h + 4);
+        const unsigned version = AV_RL16(h + 8);
+        const uint32_t samples = AV_RL32(h + 20);
+        // A cut-off block, something that only looks like a header, or
+        // a block without audio: keep looking further back.
+        if (blockEnd > size || version < 0x402 || version > 0x410 || samples == 0) continue;
+        return (int64_t{h[10]} << 32 | int64_t{AV_RL32(h + 16)}) + samples;
+    }
+    return -1;
 }
 
 }  // namespace
@@ -177,14 +205,19 @@ bool FfInput::headerFrames(uint64_t* frames) {
         return false;
     const int64_t total =
         av_rescale_q(stream_->duration, stream_->time_base, AVRational{1, rate()});
-    // A header can be stale (a cut or grown file): the frames at the end must
-    // agree. Decoding them costs a frame or two, not the file.
-    if (total <= 0 || !seekBefore(total - 1) || !nextFrame()) return false;
-    const int64_t start = frameStart();
-    if (start == AV_NOPTS_VALUE || start < 0 || start >= total) return false;
-    const int64_t limit = int64_t{rate()} * 30;  // a seek that went far back proves nothing
-    int64_t end = start + frame_->nb_samples;
-    while (end - start <= limit && nextFrame()) end += frame_->nb_samples;
+    if (total <= 0) return false;
+    // A header can be stale (a cut or grown file): the end must agree.
+    int64_t end = -1;
+    if (std::strcmp(name, "wv") == 0) {
+        end = wavpackEnd(format_->pb);
+    } else if (seekBefore(total - 1) && nextFrame()) {
+        // Decoding the last frame or two costs little next to counting the file.
+        const int64_t start = frameStart();
+        if (start == AV_NOPTS_VALUE || start < 0 || start >= total) return false;
+        const int64_t limit = int64_t{rate()} * 30;  // a seek that went far back proves nothing
+        end = start + frame_->nb_samples;
+        while (end - start <= limit && nextFrame()) end += frame_->nb_samples;
+    }
     if (end != total) return false;
     *frames = static_cast<uint64_t>(total);
     return true;
