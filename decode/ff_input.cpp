@@ -64,6 +64,54 @@ int64_t wavpackEnd(AVIOContext* pb) {
     return -1;
 }
 
+// The exact length an MP3 file's Xing/Info tag states: its frame count less
+// the encoder delay and padding of the LAME extension, or -1. Only a tag whose
+// byte count spans the whole file between the tags is believed, so a cut or
+// grown file is counted instead. startSkip: the delay as the demuxer trims it.
+int64_t mp3TaggedLength(AVIOContext* pb, int64_t duration, int64_t startSkip) {
+    const int64_t size = avio_size(pb);
+    uint8_t h[10];
+    int64_t at = 0;
+    for (;;) {  // ID3v2 tags, possibly several
+        if (avio_seek(pb, at, SEEK_SET) != at || avio_read(pb, h, 10) != 10) return -1;
+        if (std::memcmp(h, "ID3", 3) != 0) break;
+        at += 10 +
+              (int64_t{h[6] & 0x7f} << 21 | (h[7] & 0x7f) << 14 | (h[8] & 0x7f) << 7 |
+               (h[9] & 0x7f)) +
+              ((h[5] & 0x10) ? 10 : 0);
+    }
+    uint8_t f[200];
+    if (avio_seek(pb, at, SEEK_SET) != at || avio_read(pb, f, sizeof f) != int(sizeof f)) return -1;
+    const uint32_t head = AV_RB32(f);
+    const int version = head >> 19 & 3, layer = head >> 17 & 3;
+    if ((head & 0xffe00000) != 0xffe00000 || version == 1 || layer != 1) return -1;
+    const bool mpeg1 = version == 3, mono = (head >> 6 & 3) == 3;
+    const int spf = mpeg1 ? 1152 : 576;
+    const uint8_t* x = f + 4 + (mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17));
+    if (std::memcmp(x, "Xing", 4) != 0 && std::memcmp(x, "Info", 4) != 0) return -1;
+    const uint32_t flags = AV_RB32(x + 4);
+    // Frames, bytes, table of contents and quality, then the LAME extension.
+    if ((flags & 0xf) != 0xf || x - f + 144 > int(sizeof f)) return -1;
+    const int64_t frames = AV_RB32(x + 8), bytes = AV_RB32(x + 12);
+    const uint32_t gap = AV_RB24(x + 120 + 21);
+    const int64_t delay = gap >> 12, padding = gap & 0xfff;
+    // Tags after the audio: ID3v1, and an APEv2 footer before or without it.
+    int64_t end = size;
+    if (avio_seek(pb, end - 128, SEEK_SET) == end - 128 && avio_read(pb, h, 3) == 3 &&
+        std::memcmp(h, "TAG", 3) == 0)
+        end -= 128;
+    uint8_t ape[32];
+    if (avio_seek(pb, end - 32, SEEK_SET) == end - 32 && avio_read(pb, ape, 32) == 32 &&
+        std::memcmp(ape, "APETAGEX", 8) == 0)
+        end -= AV_RL32(ape + 12) + ((AV_RL32(ape + 20) & 0x80000000u) ? 32 : 0);
+    // The demuxer trims the delay plus 529 decoder samples at the start and
+    // the padding less those 529 at the end; a padding shorter than that is
+    // left to the count.
+    if (at + bytes != end || frames * spf != duration || delay + 529 != startSkip || padding < 529)
+        return -1;
+    return frames * spf - delay - padding;
+}
+
 }  // namespace
 
 int FfInput::interrupted(void* self) {
@@ -197,10 +245,23 @@ bool FfInput::statedFrames(uint64_t* frames) const {
 
 bool FfInput::headerFrames(uint64_t* frames) {
     const char* name = format_->iformat->name;
+    if (stream_->duration <= 0 || format_->duration_estimation_method != AVFMT_DURATION_FROM_STREAM)
+        return false;
+    if (std::strcmp(name, "mp3") == 0 && codec_->codec_id == AV_CODEC_ID_MP3) {
+        const AVRational perSample{1, rate()};
+        const int64_t start =
+            stream_->start_time == AV_NOPTS_VALUE
+                ? 0
+                : av_rescale_q(stream_->start_time, stream_->time_base, perSample);
+        const int64_t length = mp3TaggedLength(
+            format_->pb, av_rescale_q(stream_->duration, stream_->time_base, perSample), start);
+        if (length <= 0) return false;
+        *frames = static_cast<uint64_t>(length);
+        return true;
+    }
     const bool stated = std::strcmp(name, "flac") == 0 || std::strcmp(name, "wv") == 0 ||
                         std::strcmp(name, "ape") == 0;
-    if (!stated || !isLossless() || stream_->duration <= 0 ||
-        format_->duration_estimation_method != AVFMT_DURATION_FROM_STREAM ||
+    if (!stated || !isLossless() ||
         (stream_->start_time != AV_NOPTS_VALUE && stream_->start_time != 0))
         return false;
     const int64_t total =
