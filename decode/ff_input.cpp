@@ -39,27 +39,31 @@ bool fail(std::string* error, const std::string& text) {
 
 // Where the last WavPack block with samples ends, from its own header (index
 // and sample count), or -1. WavPack's seek reads every block up to the target,
-// so the end is found by searching back from the end of the file instead.
+// so the end is found by searching back from the end of the file instead:
+// first its last 64 KiB, then, for big blocks, its last MiB.
 int64_t wavpackEnd(AVIOContext* pb) {
-    constexpr int64_t kTail = 1 << 20;  // well above any block's size
     constexpr int kHeader = 32;
     const int64_t size = avio_size(pb);
     if (size < kHeader) return -1;
-    const int64_t from = std::max<int64_t>(0, size - kTail);
-    std::vector<uint8_t> tail(static_cast<size_t>(size - from));
-    if (avio_seek(pb, from, SEEK_SET) != from ||
-        avio_read(pb, tail.data(), int(tail.size())) != int(tail.size()))
-        return -1;
-    for (int64_t at = int64_t(tail.size()) - kHeader; at >= 0; --at) {
-        const uint8_t* h = tail.data() + at;
-        if (std::memcmp(h, "wvpk", 4) != 0) continue;
-        const int64_t blockEnd = from + at + 8 + AV_RL32(h + 4);
-        const unsigned version = AV_RL16(h + 8);
-        const uint32_t samples = AV_RL32(h + 20);
-        // A cut-off block, something that only looks like a header, or
-        // a block without audio: keep looking further back.
-        if (blockEnd > size || version < 0x402 || version > 0x410 || samples == 0) continue;
-        return (int64_t{h[10]} << 32 | int64_t{AV_RL32(h + 16)}) + samples;
+    std::vector<uint8_t> tail;
+    for (int64_t span : {int64_t{1} << 16, int64_t{1} << 20}) {
+        const int64_t from = std::max<int64_t>(0, size - span);
+        tail.resize(static_cast<size_t>(size - from));
+        if (avio_seek(pb, from, SEEK_SET) != from ||
+            avio_read(pb, tail.data(), int(tail.size())) != int(tail.size()))
+            return -1;
+        for (int64_t at = int64_t(tail.size()) - kHeader; at >= 0; --at) {
+            const uint8_t* h = tail.data() + at;
+            if (std::memcmp(h, "wvpk", 4) != 0) continue;
+            const int64_t blockEnd = from + at + 8 + AV_RL32(h + 4);
+            const unsigned version = AV_RL16(h + 8);
+            const uint32_t samples = AV_RL32(h + 20);
+            // A cut-off block, something that only looks like a header, or
+            // a block without audio: keep looking further back.
+            if (blockEnd > size || version < 0x402 || version > 0x410 || samples == 0) continue;
+            return (int64_t{h[10]} << 32 | int64_t{AV_RL32(h + 16)}) + samples;
+        }
+        if (from == 0) break;
     }
     return -1;
 }
