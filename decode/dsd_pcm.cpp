@@ -170,6 +170,7 @@ class BitStage : public DsdToPcm::Stage {
             // Eight outputs at a time: independent sums instead of one chain.
             for (; k + 8 <= n; k += 8) {
                 double acc[8] = {};
+#pragma GCC unroll 16
                 for (int j = 0; j < kBitTableBytes; ++j) {
                     const double* t = table_.data() + j * 257;
 #pragma GCC unroll 8
