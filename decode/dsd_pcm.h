@@ -23,6 +23,9 @@ class DsdToPcm {
     // 44100 or 48000 for the DSD rates 64 to 512 times those, else 0.
     static int32_t family(int32_t bitRate);
     static bool supports(int32_t bitRate, int32_t outRate);
+    // For tests: false makes converters made afterwards take the plain FIR
+    // path whatever the processor offers.
+    static void allowVectorPath(bool allow);
     DsdToPcm(int channels, int32_t bitRate, uint64_t sampleBits, int32_t outRate, Fetch fetch);
     ~DsdToPcm();
 

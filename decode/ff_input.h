@@ -30,6 +30,12 @@ class FfInput {
     // For containers whose stated duration is exact and already trimmed
     // (Ogg's last granule position, MP4's edit list), that duration.
     bool statedFrames(uint64_t* frames) const;
+    // For lossless streams whose header states the length exactly (FLAC's
+    // STREAMINFO, WavPack's and APE's headers), that length, once the last
+    // frames decode to end exactly there; for MP3, the Xing/LAME tag's frame
+    // count less delay and padding when its byte count spans the file.
+    // Leaves the input anywhere: reopen before decoding.
+    bool headerFrames(uint64_t* frames);
     // Repositions at or before sample position `sample` (stream time) and
     // resets the decoder. False when the container cannot seek.
     bool seekBefore(int64_t sample);

@@ -140,13 +140,18 @@ bool prepare(FfSource* s, std::string* error) {
     if (!reopen(s, error)) return false;
     FfInput& in = *s->input;
     if (!in.pcmFrames(&s->length) && !in.statedFrames(&s->length)) {
-        in.setDeadline(std::chrono::seconds(120));  // a long file on a slow disk
-        if (!in.countFrames(&s->length)) {
-            if (!reopen(s, error)) return false;
-            s->length = 0;
-            while (s->input->nextFrame()) s->length += s->input->frame()->nb_samples;
-        }
+        // The whole-file count only where the header is silent or disagrees with the end.
+        const bool stated = in.headerFrames(&s->length);
         if (!reopen(s, error)) return false;
+        if (!stated) {
+            s->input->setDeadline(std::chrono::seconds(120));  // a long file on a slow disk
+            if (!s->input->countFrames(&s->length)) {
+                if (!reopen(s, error)) return false;
+                s->length = 0;
+                while (s->input->nextFrame()) s->length += s->input->frame()->nb_samples;
+            }
+            if (!reopen(s, error)) return false;
+        }
     }
     // The first decoded frame's own sample format fixes the path: integer
     // sources keep every bit, whatever the container claims.
