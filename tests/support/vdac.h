@@ -13,8 +13,8 @@ struct VdacConfig {
     std::vector<std::string> formats{"S16_LE", "S24_3LE", "S32_LE"};
     std::vector<int> rates{44100, 48000, 88200, 96000, 176400, 192000, 352800, 384000};
     int channelsMin = 1, channelsMax = 8;
-    double speed = 0;                  // 0: consumed as written, 1: real time, N: N x real time
-    std::string capturePath, logPath;  // empty: not recorded
+    double speed = 0;                      // 0: consumed as written, 1: real time, N: N x real time
+    std::string capturePath{}, logPath{};  // empty: not recorded
 
     // A real card's habits, all off by default. Frame counts run from snd_pcm_open.
     long pointerStep = 0;       // the reported position moves in steps of this many frames
