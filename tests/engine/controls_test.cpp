@@ -80,7 +80,9 @@ TEST_P(Controls, PauseInsertsIdleFramesAndSeekJumpsToTheSecond) {
             if (pcm) playerControl.seekSeconds.store(2);
         });
         EXPECT_TRUE(text.err.ends_with("\n> "));
-        EXPECT_EQ(card.count("xrun"), 0u);
+        if (kRealTiming) {
+            EXPECT_EQ(card.count("xrun"), 0u);
+        }
         std::vector<uint8_t> cap = card.capture(), data;
         std::vector<uint8_t> ref =
             pcm ? expectedCardBytes(f, kFormatS32) : readFileBytes(f.refPath());
@@ -147,6 +149,7 @@ TEST_P(Controls, PauseAndStopAreHeardWithinAPeriod) {
                      stop = eventAfter(events, pause + 1, "mark");
         const size_t drop = eventAfter(events, stop, "drop");
         ASSERT_LT(drop, events.size());
+        if (!kRealTiming) continue;
         EXPECT_LE(vdacFramesAt(events, drop) - vdacFramesAt(events, stop), period);
 
         // The first silent frame after the key, in the capture.
