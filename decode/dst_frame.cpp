@@ -266,7 +266,8 @@ const std::array<Loop, 16>& loops() {
         return std::array<Loop, sizeof...(T)>{loopBmi2<T + 1>...};
     }
     (std::make_integer_sequence<int, 16>());
-    static const bool fast = __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("abm");
+    // Every processor with BMI2 also has LZCNT; not every compiler can ask for the latter.
+    static const bool fast = __builtin_cpu_supports("bmi2");
     return fast ? bmi2 : plain;
 #else
     return plain;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "control/shown_text.h"
 #include "engine/now_playing.h"
 #include "engine/packing.h"
 #include "settings/settings.h"
@@ -110,7 +111,7 @@ void printGetInfoError(GetInfoReport which, const std::string& why) {
     std::fputs("\nGetInfo error\n", report);
     std::fflush(report);
     // Which file and why, so the report is more than a word.
-    if (!why.empty()) std::fprintf(stderr, "%s\n", why.c_str());
+    if (!why.empty()) std::fprintf(stderr, "%s\n", escapeControls(why).c_str());
     std::fputs(which == GetInfoReport::FullMemoryS32 ? "> " : "\n> ", stderr);
     std::fflush(stderr);
 }

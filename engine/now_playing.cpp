@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "control/shown_text.h"
 #include "settings/settings.h"
 
 namespace {
@@ -34,7 +35,7 @@ void printTrackInfo(const PlayerControl& pc) {
     std::printf("%s(%d/%d)   ", colorYellow, pc.queue.queueIndex.load() + 1,
                 pc.queue.queueCount.load());
     endLine();
-    std::printf("%s%s%s", colorBrightGreen, pc.currentPath, colorReset);
+    std::printf("%s%s%s", colorBrightGreen, escapeControls(pc.currentPath).c_str(), colorReset);
     endLine();
     std::printf("%sLength: %s   Channels: %d   Samplerate: %d   Bits per sample: %d%s", colorYellow,
                 pc.lengthText, pc.streamChannels.load(), shownRate, bits, colorReset);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "control/shown_text.h"
 #include "engine/now_playing.h"
 #include "settings/tuning.h"
 
@@ -35,7 +36,7 @@ void announceFile(PlayerControl& pc, const snd_pcm_hw_params_t* params, bool ext
 void reportProblem(PlayerControl& pc, const std::string& text) {
     pc.runFailed.store(1);
     if (pc.backgroundMode.load()) syslog(LOG_ERR, "%s", text.c_str());
-    std::fprintf(stderr, "\n%s\n", text.c_str());
+    std::fprintf(stderr, "\n%s\n", escapeControls(text).c_str());
     std::fflush(stderr);
 }
 

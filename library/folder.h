@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "control/shown_text.h"
+
 using FolderList = std::vector<std::string>;
 
 extern FolderList folderList;      // the one list of the program
@@ -26,7 +28,6 @@ void printFolderList(const FolderList& list);
 
 // text with every control character (C0, DEL, and C1 in its UTF-8 form) as
 // \xHH, so a name or sheet text can never steer the terminal.
-std::string escapeControls(const std::string& text);
 
 // Paging rule on a page position (linesPerPage below 1 counts as 1).
 int pageUpPosition(int position, int linesPerPage);
