@@ -93,7 +93,6 @@ TEST(Console, SettingsCommandsConfirmPersistAndKeepTheFileLayout) {
             "Cores: no cores select\nCores: double core\nLines per page: 0\nColors mode off\n");
     const std::vector<uint8_t> config = readFileBytes(fx.workdir + "/config.dat");
     ASSERT_EQ(config.size(), 136u);
-    EXPECT_EQ(fs::status(fx.workdir + "/config.dat").permissions(), fs::perms(0666));
     int32_t field[34];
     memcpy(field, config.data(), sizeof field);
     EXPECT_EQ(std::vector(field, field + 9), (std::vector{-1, 500, 0, -1, 1, 1, 176400, 0, 0}));

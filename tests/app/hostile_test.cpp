@@ -40,14 +40,9 @@ void writeSilentWav(const std::string& path, uint32_t seconds) {
 
 // A working folder whose path.txt names the folder itself; "music" below it.
 struct Session : PlayerFixture {
-    explicit Session(double speed = 0) : PlayerFixture(card(speed)) {
+    explicit Session(double speed = 0) : PlayerFixture(VdacConfig{.speed = speed}) {
         fs::create_directory(music);
         std::ofstream(workdir + "/path.txt") << workdir;
-    }
-    static VdacConfig card(double speed) {
-        VdacConfig c;
-        c.speed = speed;
-        return c;
     }
     const std::string music = workdir + "/music";
 };
@@ -68,8 +63,7 @@ TEST(Signals, EachStopsPlaybackSavesAndExitsWithItsNumber) {
         EXPECT_EQ(run.waitExit(kWait), 128 + sig) << run.err();
         EXPECT_EQ(readText(fx.workdir + "/path.txt"), fx.music);
         std::vector<uint8_t> config = readFileBytes(fx.workdir + "/config.dat");
-        ASSERT_EQ(config.size(), 136u);
-        EXPECT_EQ(config[32], 7);  // linesPerPage
+        EXPECT_TRUE(config.size() == 136 && config[32] == 7);  // linesPerPage
         std::vector<VdacEvent> events = fx.events();
         ASSERT_FALSE(events.empty());
         EXPECT_EQ(events.back().kind, "close");
@@ -123,7 +117,6 @@ TEST(OddFiles, FifosAndHugeSheetsAreRefusedWithTheirReason) {
         EXPECT_NE(err.find(line), std::string::npos) << line << " in " << err;
     EXPECT_EQ(err.find("edge.cue"), std::string::npos) << err;
     EXPECT_TRUE(eventsOfKind(fx.events(), "start").empty());  // nothing was played
-    EXPECT_EQ(readText(fx.workdir + "/path.txt"), fx.music);
     EXPECT_TRUE(fs::is_regular_file(fx.workdir + "/config.dat"));
     EXPECT_EQ(readFileBytes(fx.workdir + "/config.dat").size(), 136u);
 }
