@@ -16,11 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr double kWait = 30;  // seconds; generous for sanitizer builds
 
-std::string readText(const std::string& path) {
-    std::vector<uint8_t> bytes = readFileBytes(path);
-    return {bytes.begin(), bytes.end()};
-}
-
 // A 16-bit stereo 44.1 kHz WAV of silence, long enough to be still playing
 // when the test acts.
 void writeSilentWav(const std::string& path, uint32_t seconds) {
@@ -61,7 +56,7 @@ TEST(Signals, EachStopsPlaybackSavesAndExitsWithItsNumber) {
         ASSERT_TRUE(run.waitFor(Stream::Out, "Card: ", kWait)) << run.out() << run.err();
         ASSERT_TRUE(run.sendSignal(sig));
         EXPECT_EQ(run.waitExit(kWait), 128 + sig) << run.err();
-        EXPECT_EQ(readText(fx.workdir + "/path.txt"), fx.music);
+        EXPECT_EQ(readFileText(fx.workdir + "/path.txt"), fx.music);
         std::vector<uint8_t> config = readFileBytes(fx.workdir + "/config.dat");
         EXPECT_TRUE(config.size() == 136 && config[32] == 7);  // linesPerPage
         std::vector<VdacEvent> events = fx.events();
@@ -139,7 +134,7 @@ TEST(OddFiles, SettingsThatCannotBeReadOrSavedAreNamed) {
               "path.txt: not a regular file (a FIFO)\n\n> " +
                   failed + "\n> " + failed);
     EXPECT_TRUE(fs::is_directory(fx.workdir + "/config.dat"));
-    EXPECT_EQ(readText(fx.workdir + "/path.txt"), "/");
+    EXPECT_EQ(readFileText(fx.workdir + "/path.txt"), "/");
 }
 
 }  // namespace
