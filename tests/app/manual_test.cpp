@@ -12,11 +12,6 @@
 
 namespace {
 
-std::string readText(const std::string& path) {
-    const std::vector<uint8_t> bytes = readFileBytes(path);
-    return {bytes.begin(), bytes.end()};
-}
-
 // Each first group of `pattern` in text.
 void collect(const std::string& text, const std::string& pattern, std::set<std::string>& words) {
     const std::regex re(pattern);
@@ -31,7 +26,7 @@ void collect(const std::string& text, const std::string& pattern, std::set<std::
 std::set<std::string> commandWords(size_t* fromSource, size_t* fromHelp) {
     std::set<std::string> words, help;
     for (const char* file : {"idle_commands.cpp", "settings_commands.cpp", "command_loop.cpp"})
-        collect(readText(std::string(TOVRIN_SOURCE_DIR) + "/app/" + file),
+        collect(readFileText(std::string(TOVRIN_SOURCE_DIR) + "/app/" + file),
                 R"re((?:startsWith\(word, "|word == "|isLetter\(word, ')([^"']+))re", words);
     *fromSource = words.size();
     PlayerFixture fx;
@@ -51,7 +46,7 @@ std::set<std::string> commandWords(size_t* fromSource, size_t* fromHelp) {
 }
 
 TEST(Manual, DocumentsEveryCommandTheConsoleAccepts) {
-    const std::string page = readText(TOVRIN_MANPAGE);
+    const std::string page = readFileText(TOVRIN_MANPAGE);
     ASSERT_FALSE(page.empty()) << TOVRIN_MANPAGE;
     size_t fromSource = 0, fromHelp = 0;
     const std::set<std::string> all = commandWords(&fromSource, &fromHelp);
@@ -73,7 +68,7 @@ TEST(Manual, RendersWithoutWarnings) {
                            "' >/dev/null 2>" + dir.file("warnings"))
                               .c_str()),
               0);
-    EXPECT_EQ(readText(dir.file("warnings")), "");
+    EXPECT_EQ(readFileText(dir.file("warnings")), "");
 }
 
 }  // namespace

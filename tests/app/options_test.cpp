@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readText(const std::string& path) {
-    const std::vector<uint8_t> bytes = readFileBytes(path);
-    return {bytes.begin(), bytes.end()};
-}
-
 // A working folder with a path.txt to leave alone, and the pid file kept in it.
 struct Options : PlayerFixture {
     explicit Options(VdacConfig config = {}) : PlayerFixture(std::move(config)) {
@@ -37,14 +32,14 @@ struct Options : PlayerFixture {
     // Neither settings nor the path file; unless a player ran, nor the card nor process tuning.
     void expectUntouched(bool playerRan = false) const {
         EXPECT_FALSE(fs::exists(workdir + "/config.dat"));
-        EXPECT_EQ(readText(workdir + "/path.txt"), kPathText);
+        EXPECT_EQ(readFileText(workdir + "/path.txt"), kPathText);
         if (playerRan) return;
         EXPECT_TRUE(events().empty());
         EXPECT_FALSE(fs::exists(sandbox + "/tuning.log"));
     }
     // A background player the test could not stop is killed on the way out.
     ~Options() {
-        if (player > 0 && readText("/proc/" + std::to_string(player) + "/comm") == "tovrin\n")
+        if (player > 0 && readFileText("/proc/" + std::to_string(player) + "/comm") == "tovrin\n")
             kill(player, SIGKILL);
     }
     pid_t player = 0;
@@ -112,7 +107,7 @@ TEST(Options, StopEndsTheBackgroundPlayerWhichClosesTheCard) {
     ProgramRun launch, stop, again;
     ASSERT_EQ(fx.session(launch, {"song.wav"}), 0);
     // The launcher records the player before it returns.
-    fx.player = pid_t(std::atol(readText(fx.pidFile).c_str()));
+    fx.player = pid_t(std::atol(readFileText(fx.pidFile).c_str()));
     ASSERT_GT(fx.player, 0);
     for (int i = 0; i < 400 && eventsOfKind(fx.events(), "start").empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -122,7 +117,7 @@ TEST(Options, StopEndsTheBackgroundPlayerWhichClosesTheCard) {
     EXPECT_EQ(stop.out(), "tovrin: stopped the background player (process " +
                               std::to_string(fx.player) + ")\n");
     // Ended (gone or a zombie), its record removed.
-    const std::string stat = readText("/proc/" + std::to_string(fx.player) + "/stat");
+    const std::string stat = readFileText("/proc/" + std::to_string(fx.player) + "/stat");
     EXPECT_TRUE(stat.empty() || stat.find(") Z") == stat.rfind(')')) << stat;
     EXPECT_FALSE(fs::exists(fx.pidFile));
     // Stopped like the console's stop: the card was closed by the player, early.

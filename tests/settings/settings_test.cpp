@@ -1,18 +1,25 @@
-// Pair corrections when config.dat is loaded, core sets, and the sweep and real-time
-// tuning run inside a sandbox folder: these must never reach the real /proc,
-// scheduler or /etc/asound.conf. The file itself is checked by the console test.
+// config.dat as a file (damaged ones load field by field and are named in one
+// line, a save replaces it whole or not at all, only regular files are read),
+// and the core sets, sweep and real-time tuning run inside a sandbox folder so
+// they never reach the real /proc, scheduler or /etc/asound.conf.
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "device/device.h"
+#include "settings/safe_file.h"
 #include "settings/settings.h"
 #include "settings/tuning.h"
 #include "tests/support/vdac.h"
@@ -21,6 +28,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
+using Bytes = std::vector<uint8_t>;
 
 Lines readLines(const std::string& path) {
     std::ifstream in(path);
@@ -33,6 +41,11 @@ std::vector<int32_t> values(const Settings& s) {  // readable failure output
     std::vector<int32_t> v(sizeof s / 4);
     memcpy(v.data(), &s, sizeof s);
     return v;
+}
+
+Bytes bytesOf(const Settings& s) {
+    auto p = reinterpret_cast<const uint8_t*>(&s);
+    return {p, p + sizeof s};
 }
 
 long fakeCpus = 8;
@@ -49,12 +62,28 @@ class Sandboxed : public testing::Test {
         tuningSeams = TuningSeams{};
         deviceSeams = DeviceSeams{};
         settings = Settings{};
+        fileWriteSeam = nullptr;
         setColors(false);
     }
-    void load(const Settings& stored) {
-        auto bytes = reinterpret_cast<const uint8_t*>(&stored);
-        writeFileBytes(dir_.file("config.dat"), {bytes, bytes + sizeof stored});
+    // Loads bytes (none: the file as it is) over fresh defaults; returns stderr.
+    std::string load(const Bytes* bytes) {
+        if (bytes) writeFileBytes(dir_.file("config.dat"), *bytes);
+        settings = Settings{};
+        testing::internal::CaptureStderr();
         loadSettings();
+        return testing::internal::GetCapturedStderr();
+    }
+    std::string load(const Bytes& bytes) { return load(&bytes); }
+    std::string save() {
+        testing::internal::CaptureStderr();
+        saveSettings();
+        return testing::internal::GetCapturedStderr();
+    }
+    Lines names() const {
+        Lines out;
+        for (const auto& e : fs::directory_iterator(dir_.path()))
+            out.push_back(e.path().filename());
+        return out;
     }
     Lines sweep(long cpus, int select) {
         fs::remove(dir_.file("affinity.log"));
@@ -68,23 +97,188 @@ class Sandboxed : public testing::Test {
     const std::string me_ = std::to_string(gettid());
 };
 
-TEST_F(Sandboxed, LoadCorrectionsAndColours) {
-    // Out-of-range fields are the settings file test's; these are the pairs.
-    const std::pair<Settings, Settings> cases[] = {
-        {{.periodFrames = 1024, .periodTimeUs = 500}, {.periodFrames = 1024, .periodTimeUs = -1}},
-        {{.periodFrames = 0, .periodTimeUs = 500}, {.periodFrames = 0, .periodTimeUs = 500}},
-        {{.bufferFrames = 4096, .bufferTimeUs = 9}, {.bufferFrames = 4096, .bufferTimeUs = -1}},
-        {{.rtPriority = 99, .niceValue = -20}, {.rtPriority = 99, .niceValue = -20}},
-        {{.dsdPcmRate = 352800}, {.dsdPcmRate = 352800}},
+const Settings kGood{.periodFrames = -24,
+                     .bufferTimeUs = 200000,
+                     .directInput = 1,
+                     .dsdMode = 2,
+                     .dsdPcmRate = 176400,
+                     .colorsOn = 7,
+                     .linesPerPage = 0,
+                     .folderDepth = 19,
+                     .listPositions = {5, 0, 300},
+                     .rwAccess = 1,
+                     .coresSelect = 2,
+                     .rtPriority = 99,
+                     .niceValue = -20};
+
+TEST_F(Sandboxed, DamagedFilesKeepTheirGoodFieldsAndAreNamedInOneLine) {
+    const Bytes good = bytesOf(kGood);
+    Settings most = kGood, fixed = kGood, bad = kGood;
+    most.niceValue = 0;
+    // Values no command stores; the fields around them are kept.
+    bad.directInput = 2, bad.dsdMode = 7, bad.dsdPcmRate = 48000, bad.folderDepth = 20;
+    bad.listPositions[7] = -1, bad.rwAccess = -1, bad.coresSelect = 3, bad.rtPriority = 100;
+    bad.niceValue = 20;
+    fixed.directInput = 0, fixed.dsdMode = 0, fixed.dsdPcmRate = 44100, fixed.folderDepth = 0;
+    fixed.rwAccess = 0, fixed.coresSelect = 0, fixed.rtPriority = 0, fixed.niceValue = 0;
+    Bytes longer = good;
+    longer.insert(longer.end(), {1, 2, 3, 4});
+    const std::string all =
+        "periodFrames, periodTimeUs, bufferFrames, bufferTimeUs, directInput, dsdMode, "
+        "dsdPcmRate, colorsOn, linesPerPage, folderDepth, listPositions, rwAccess, coresSelect, "
+        "rtPriority, niceValue\n";
+    const struct {
+        Bytes bytes;
+        std::string message;
+        Settings loaded;
+    } cases[] = {
+        {good, "", kGood},
+        {Bytes(good.begin(), good.end() - 1),
+         "config.dat is damaged (size 135, not 136 bytes): defaults used for niceValue\n", most},
+        {longer, "config.dat is damaged (size 140, not 136 bytes)\n", kGood},
+        {Bytes{}, "config.dat is damaged (size 0, not 136 bytes): defaults used for " + all,
+         Settings{}},
+        {Bytes{1, 0, 0}, "config.dat is damaged (size 3, not 136 bytes): defaults used for " + all,
+         Settings{}},
+        {bytesOf(bad),
+         "config.dat is damaged: defaults used for directInput, dsdMode, dsdPcmRate, "
+         "folderDepth, listPositions, rwAccess, coresSelect, rtPriority, niceValue\n",
+         fixed},
+        // The pair corrections are no damage.
+        {bytesOf({.periodFrames = 1024, .periodTimeUs = 500}),
+         "",
+         {.periodFrames = 1024, .periodTimeUs = -1}},
+        {bytesOf({.periodFrames = 0, .periodTimeUs = 500}),
+         "",
+         {.periodFrames = 0, .periodTimeUs = 500}},
+        {bytesOf({.bufferFrames = 4096, .bufferTimeUs = 9}),
+         "",
+         {.bufferFrames = 4096, .bufferTimeUs = -1}},
     };
-    for (const auto& [stored, loaded] : cases) {
-        load(stored);
-        EXPECT_EQ(values(loaded), values(settings));
+    for (const auto& [bytes, message, loaded] : cases) {
+        EXPECT_EQ(load(bytes), message) << bytes.size();
+        EXPECT_EQ(values(settings), values(loaded)) << message;
     }
-    load(Settings{});
+    // The colours follow the file's flag.
+    load(Bytes{});
     EXPECT_STREQ("\033[1;32m", colorBrightGreen);
-    load(Settings{.colorsOn = 0});
+    load(bytesOf({.colorsOn = 0}));
     EXPECT_STREQ("", colorReset);
+}
+
+// Whatever the bytes, every field ends up as stored or as its default, in
+// range, and there is one line exactly when something was not taken.
+TEST_F(Sandboxed, RandomFilesLoadIntoRangeWithAtMostOneLine) {
+    std::mt19937 random(16);
+    const std::vector<int32_t> defaults = values(Settings{});
+    for (int round = 0; round < 300; ++round) {
+        Bytes bytes(round % 3 == 0 ? random() % 200 : 136);
+        for (uint8_t& b : bytes) b = uint8_t(random() % 4 == 0 ? 0 : random());
+        // Some rounds hold plausible small values, so good fields occur too.
+        for (size_t i = 0; round % 2 && i + 4 <= bytes.size(); i += 4)
+            bytes[i + 1] = bytes[i + 2] = bytes[i + 3] = 0, bytes[i] %= 3;
+        const std::string line = load(bytes);
+        const std::vector<int32_t> got = values(settings);
+        bool allTaken = bytes.size() == 136;
+        for (size_t i = 0; i < got.size(); ++i) {
+            int32_t raw = 0;
+            if ((i + 1) * 4 <= bytes.size()) memcpy(&raw, bytes.data() + i * 4, 4);
+            bool paired = (i == 1 && got[0] > 0) || (i == 3 && got[2] > 0);  // corrected to -1
+            EXPECT_TRUE(got[i] == defaults[i] || got[i] == raw || (paired && got[i] == -1))
+                << "round " << round << " field " << i;
+            if ((i + 1) * 4 > bytes.size() || (got[i] != raw && !paired)) allTaken = false;
+        }
+        const Settings& s = settings;
+        EXPECT_TRUE(s.directInput >= 0 && s.directInput <= 1 && s.dsdMode >= 0 && s.dsdMode <= 2 &&
+                    s.folderDepth >= 0 && s.folderDepth <= 19 && s.rwAccess >= 0 &&
+                    s.rwAccess <= 1 && s.coresSelect >= 0 && s.coresSelect <= 2 &&
+                    s.rtPriority >= 0 && s.rtPriority <= 99 && s.niceValue >= -20 &&
+                    s.niceValue <= 19 && s.dsdPcmRate % 44100 == 0 &&
+                    *std::min_element(s.listPositions, std::end(s.listPositions)) >= 0)
+            << "round " << round;
+        EXPECT_EQ(line.empty(), allTaken) << "round " << round << ": " << line;
+        EXPECT_LE(std::count(line.begin(), line.end(), '\n'), 1);
+    }
+}
+
+TEST_F(Sandboxed, SaveReplacesTheFileWholeOrLeavesItAsItWas) {
+    const mode_t umaskBefore = umask(077);
+    settings = kGood;
+    EXPECT_EQ(save(), "");
+    umask(umaskBefore);
+    EXPECT_EQ(readFileBytes(dir_.file("config.dat")), bytesOf(kGood));
+    EXPECT_EQ(fs::status(dir_.file("config.dat")).permissions(), fs::perms(0666));
+    EXPECT_EQ(names(), Lines{"config.dat"});  // no temporary left behind
+
+    // A disk that fills up at once, and one that takes a few bytes first.
+    static int calls;
+    using Write = ssize_t (*)(int, const void*, size_t);
+    const Write failures[] = {
+        [](int, const void*, size_t) -> ssize_t { return errno = ENOSPC, -1; },
+        [](int fd, const void* p, size_t n) -> ssize_t {
+            if (calls++ == 0) return write(fd, p, n < 10 ? n : 10);
+            return errno = ENOSPC, -1;
+        }};
+    for (Write failure : failures) {
+        calls = 0;
+        fileWriteSeam = failure;
+        settings = Settings{.linesPerPage = 3};
+        EXPECT_EQ(save(), "Can't save config.dat: No space left on device\n");
+        EXPECT_EQ(readFileBytes(dir_.file("config.dat")), bytesOf(kGood));
+        EXPECT_EQ(names(), Lines{"config.dat"});
+    }
+    fileWriteSeam = nullptr;
+
+    // A folder in the file's place cannot be replaced; a FIFO can.
+    fs::remove(dir_.file("config.dat"));
+    fs::create_directory(dir_.file("config.dat"));
+    EXPECT_EQ(save(), "Can't save config.dat: Is a directory\n");
+    EXPECT_EQ(names(), Lines{"config.dat"});
+    fs::remove(dir_.file("config.dat"));
+    ASSERT_EQ(mkfifo("config.dat", 0644), 0);
+    EXPECT_EQ(save(), "");
+    EXPECT_EQ(readFileBytes(dir_.file("config.dat")), bytesOf(settings));
+}
+
+TEST_F(Sandboxed, OnlyRegularFilesAreOpenedAndNoneBlocks) {
+    writeFileBytes(dir_.file("plain"), {1, 2, 3});
+    fs::create_symlink(dir_.file("plain"), dir_.file("link"));
+    fs::create_directory(dir_.file("folder"));
+    ASSERT_EQ(mkfifo(dir_.file("fifo").c_str(), 0644), 0);
+    int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, "sock", sizeof addr.sun_path - 1);  // relative: short enough
+    ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+
+    for (const char* name : {"plain", "link"}) {
+        std::string why;
+        off_t size = 0;
+        int fd = openRegularFile(name, why, &size);
+        EXPECT_TRUE(fd >= 0 && size == 3) << name << ": " << why;
+        close(fd);
+    }
+    const std::pair<std::string, std::string> refused[] = {
+        {"folder", "not a regular file (a folder)"},
+        {"fifo", "not a regular file (a FIFO)"},
+        {"sock", "not a regular file (a socket)"},
+        {"/dev/null", "not a regular file (a character device)"},
+        {"missing", "No such file or directory"}};
+    for (const auto& [name, reason] : refused) {
+        std::string why;
+        errno = 0;
+        EXPECT_EQ(openRegularFile(name.c_str(), why), -1) << name;
+        EXPECT_EQ(why, reason);
+        EXPECT_EQ(errno == ENOENT, name == "missing") << name;
+    }
+    close(sock);
+
+    // A FIFO named config.dat: defaults, at once, and the reason.
+    ASSERT_EQ(mkfifo("config.dat", 0644), 0);
+    EXPECT_EQ(load(nullptr), "config.dat: not a regular file (a FIFO); default settings used\n");
+    EXPECT_EQ(values(settings), values(Settings{}));
+    fs::remove("config.dat");
+    EXPECT_EQ(load(nullptr), "");  // no file at all is the first start: silent
 }
 
 TEST_F(Sandboxed, CoreSetsAndTheSweepThatMovesEveryOtherThreadOffThem) {
@@ -101,7 +295,6 @@ TEST_F(Sandboxed, CoreSetsAndTheSweepThatMovesEveryOtherThreadOffThem) {
     EXPECT_EQ(calls,
               (Lines{"100 0,1,2,3,4,5", "101 0,1,2,3,4,5", "200 0,1,2,3,4,5", me_ + " 6,7"}));
     fs::remove_all(dir_.file("proc"));
-    EXPECT_EQ(sweep(8, 1), Lines{me_ + " 7"});
 
     fs::create_directories(dir_.file("proc/100/task/100"));
     const std::tuple<long, int, Lines> cases[] = {

@@ -58,6 +58,10 @@ uint64_t vdacFramesAt(const std::vector<VdacEvent>& events, size_t index);
 
 std::vector<uint8_t> readFileBytes(const std::string& path);
 void writeFileBytes(const std::string& path, const std::vector<uint8_t>& data);
+inline std::string readFileText(const std::string& path) {
+    const std::vector<uint8_t> bytes = readFileBytes(path);
+    return {bytes.begin(), bytes.end()};
+}
 
 // A fresh directory under /tmp, removed with everything in it on destruction.
 class TempDir {
