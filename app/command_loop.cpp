@@ -22,18 +22,18 @@ void trackJump(const std::string& word) {
     int64_t track = leadingInteger(std::string_view(word).substr(1));
     if (track < 1 || track > static_cast<int64_t>(trackStartFrames.size())) return;
     std::string file = playerControl.currentPath;
+    if (!trackStart(size_t(track - 1), file)) return;
     const int64_t cd = trackStartFrames[size_t(track - 1)];
-    if (cd >= 0 && !cueHasManyFiles()) {
-        playerControl.pauseRequest.store(0);
-        playerControl.playStartMs.store(nowMs() - uint64_t(cd * 1000 / 75));
-        playerControl.seekCdFrames.store(cd);
-        playerControl.seekSeconds.store(int32_t(cd / 75));
+    if (file != playerControl.currentPath) {
+        // Pending only once the old player is gone, so it cannot take the seek.
+        stopPlayer();
+        setPendingStart(cd);
+        startPlayback(file);
         return;
     }
-    if (!trackStart(size_t(track - 1), file)) return;
-    if (file == playerControl.currentPath) return;
-    stopPlayer();
-    startPlayback(file);
+    playerControl.pauseRequest.store(0);
+    playerControl.playStartMs.store(nowMs() - uint64_t(cd * 1000 / 75));
+    setPendingStart(cd);
 }
 
 void seekCommand(const std::string& word) {

@@ -30,10 +30,12 @@ void togglePause();
 int64_t positionSeconds();
 // Hands a position to the running player and moves the clock there.
 void jumpTo(int32_t seconds);
-// Sets a CUE track's exact start as the pending seek, and file to the file
-// it plays from when the sheet names several. False, with a message on
-// stderr, when the track cannot be played.
+// Checks that a CUE track can be played and sets file to the file it plays
+// from when the sheet names several. False, with a message on stderr, when
+// it cannot.
 bool trackStart(size_t track, std::string& file);
+// Makes an exact start (in CD frames) the pending seek.
+void setPendingStart(int64_t cdFrames);
 
 // One command in whichever set applies now; false after the exit command.
 bool runCommand(const std::string& word);

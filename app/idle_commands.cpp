@@ -68,6 +68,7 @@ void selectFile(const std::string& path, int64_t track) {
     if (track >= 1 && track <= static_cast<int64_t>(trackStartFrames.size())) {
         std::string file = path;
         if (!trackStart(size_t(track - 1), file)) return;
+        setPendingStart(trackStartFrames[size_t(track - 1)]);
         startPlayback(file);
         return;
     }

@@ -52,7 +52,8 @@ void playSlot(int index) {
 }  // namespace
 
 void buildPlayQueue(const std::string& selectedPath) {
-    QueuePlan plan = planQueue(folderList, currentFolder, selectedPath, folderList.size(), kPathSlot);
+    QueuePlan plan =
+        planQueue(folderList, currentFolder, selectedPath, folderList.size(), kPathSlot);
     playerControl.queue.queueCount.store(static_cast<int32_t>(plan.paths.size()));
     playerControl.queue.queuePaths = std::move(plan.paths);
     playerControl.queue.queueIndex.store(plan.index < 0 ? 0 : plan.index);
@@ -114,9 +115,12 @@ bool trackStart(size_t track, std::string& file) {
             return false;
         }
     }
-    playerControl.seekCdFrames.store(cd);
-    playerControl.seekSeconds.store(int32_t(cd / 75));
     return true;
+}
+
+void setPendingStart(int64_t cdFrames) {
+    playerControl.seekCdFrames.store(cdFrames);  // before the flag that makes it pending
+    playerControl.seekSeconds.store(int32_t(cdFrames / 75));
 }
 
 void jumpTo(int32_t seconds) {

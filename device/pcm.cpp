@@ -12,9 +12,3 @@ HwParams makeHwParams() {
     if (snd_pcm_hw_params_malloc(&p) < 0) return HwParams();
     return HwParams(p);  // the allocation is zero-filled
 }
-
-PcmStatus makePcmStatus() {
-    snd_pcm_status_t* p = nullptr;
-    if (snd_pcm_status_malloc(&p) < 0) return PcmStatus();
-    return PcmStatus(p);
-}

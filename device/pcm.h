@@ -11,17 +11,12 @@ struct PcmClose {
 struct HwParamsFree {
     void operator()(snd_pcm_hw_params_t* p) const { snd_pcm_hw_params_free(p); }
 };
-struct StatusFree {
-    void operator()(snd_pcm_status_t* p) const { snd_pcm_status_free(p); }
-};
 using PcmHandle = std::unique_ptr<snd_pcm_t, PcmClose>;
 using HwParams = std::unique_ptr<snd_pcm_hw_params_t, HwParamsFree>;
-using PcmStatus = std::unique_ptr<snd_pcm_status_t, StatusFree>;
 
 // "default" for playback, in blocking mode. Null with *error set (an ALSA
 // error code) when it cannot be opened.
 PcmHandle openDefaultPcm(int* error = nullptr);
 
-// Zero-filled objects; null only when out of memory.
+// A zero-filled object; null only when out of memory.
 HwParams makeHwParams();
-PcmStatus makePcmStatus();

@@ -14,7 +14,6 @@
 // The objects one run keeps for all its files.
 struct RunObjects {
     HwParams params;
-    PcmStatus status;
 };
 
 // Resets the stream fields, makes the run objects and applies the core
