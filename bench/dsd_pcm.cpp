@@ -5,19 +5,13 @@
 // on the machine changes the figures little. Counter x_realtime: seconds of
 // audio per CPU second; Direct Input needs well above 1.
 #include <benchmark/benchmark.h>
-#include <sched.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "decode/decode.h"
 #include "tools/dsdgen/dsdgen.h"
 
@@ -25,33 +19,15 @@ namespace {
 
 constexpr double kSeconds = 3.0;
 
-// One stereo DSF per DSD rate, made once per run in a folder of our own.
-class Files {
-  public:
-    ~Files() {
-        if (!dir_.empty()) std::filesystem::remove_all(dir_);
-    }
-    const std::string& get(int multiple, int32_t base) {
-        std::string& path = paths_[{multiple, base}];
-        if (!path.empty()) return path;
-        if (dir_.empty()) {
-            char tmpl[] = "/tmp/tovrin-bench-XXXXXX";
-            dir_ = mkdtemp(tmpl) ? tmpl : "/tmp";
-        }
-        path = dir_ + "/dsd" + std::to_string(multiple) + "-" + std::to_string(base) + ".dsf";
-        dsdgen::Signal s = dsdgen::toneSignal(multiple, 2, kSeconds, 1000, -6, base);
-        if (!dsdgen::writeDsf(path, dsdgen::modulate(s), 2, multiple, s.bits, base)) path.clear();
-        return path;
-    }
-
-  private:
-    std::string dir_;
-    std::map<std::pair<int, int32_t>, std::string> paths_;
-};
-
-Files& files() {
-    static Files f;
-    return f;
+// One stereo DSF per DSD rate, made once per run.
+const std::string& dsdFile(int multiple, int32_t base) {
+    static std::map<std::pair<int, int32_t>, std::string> paths;
+    std::string& path = paths[{multiple, base}];
+    if (!path.empty()) return path;
+    path = benchDir() + "/dsd" + std::to_string(multiple) + "-" + std::to_string(base) + ".dsf";
+    dsdgen::Signal s = dsdgen::toneSignal(multiple, 2, kSeconds, 1000, -6, base);
+    if (!dsdgen::writeDsf(path, dsdgen::modulate(s), 2, multiple, s.bits, base)) path.clear();
+    return path;
 }
 
 double threadSeconds() {
@@ -64,7 +40,7 @@ double threadSeconds() {
 void BM_Tovrin(benchmark::State& state) {
     const int multiple = int(state.range(0));
     const auto base = int32_t(state.range(1)), rate = int32_t(state.range(2));
-    const std::string& path = files().get(multiple, base);
+    const std::string& path = dsdFile(multiple, base);
     std::vector<uint8_t> buf(1 << 16);
     double cpu = 0;
     for (auto _ : state) {
@@ -86,29 +62,18 @@ void BM_Tovrin(benchmark::State& state) {
 void BM_FfmpegCli(benchmark::State& state) {
     const int multiple = int(state.range(0));
     const auto base = int32_t(state.range(1)), rate = int32_t(state.range(2));
-    const std::string& path = files().get(multiple, base);
+    const std::string& path = dsdFile(multiple, base);
     const std::string ar = std::to_string(rate);
     double cpu = 0;
     for (auto _ : state) {
-        pid_t pid = fork();
-        if (pid == 0) {
-            cpu_set_t one;
-            CPU_ZERO(&one);
-            CPU_SET(sched_getcpu() >= 0 ? sched_getcpu() : 0, &one);
-            sched_setaffinity(0, sizeof one, &one);
-            execlp("ffmpeg", "ffmpeg", "-nostdin", "-v", "error", "-i", path.c_str(), "-ar",
-                   ar.c_str(), "-f", "s32le", "-y", "/dev/null", static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        int status = 0;
         rusage use{};
-        if (pid < 0 || wait4(pid, &status, 0, &use) != pid || !WIFEXITED(status) ||
-            WEXITSTATUS(status) != 0) {
+        if (!runCommand({"ffmpeg", "-nostdin", "-v", "error", "-i", path, "-ar", ar, "-f", "s32le",
+                         "-y", "/dev/null"},
+                        &use, true)) {
             state.SkipWithError("ffmpeg failed");
             break;
         }
-        cpu += double(use.ru_utime.tv_sec + use.ru_stime.tv_sec) +
-               double(use.ru_utime.tv_usec + use.ru_stime.tv_usec) * 1e-6;
+        cpu += cpuSeconds(use);
     }
     state.counters["x_realtime"] = kSeconds * double(state.iterations()) / cpu;
 }

@@ -3,68 +3,35 @@
 // file in the page cache. The files (noise at -20 dBFS, 16-bit 44.1 kHz
 // stereo) are made once per run with the ffmpeg command line.
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "decode/decode.h"
 
 namespace {
 
 constexpr int kSeconds = 600;
 
-class Files {
-  public:
-    ~Files() {
-        if (!dir_.empty()) std::filesystem::remove_all(dir_);
-    }
-    // Empty when ffmpeg cannot make it.
-    const std::string& get(const std::string& ext) {
-        auto [it, fresh] = paths_.try_emplace(ext);
-        if (!fresh) return it->second;
-        if (dir_.empty()) {
-            char tmpl[] = "/tmp/tovrin-bench-XXXXXX";
-            dir_ = mkdtemp(tmpl) ? tmpl : "/tmp";
-        }
-        const std::string path = dir_ + "/long." + ext;
-        const std::string source = "anoisesrc=r=44100:a=0.1:d=" + std::to_string(kSeconds) +
-                                   ",aformat=sample_fmts=s16:channel_layouts=stereo";
-        std::vector<std::string> args{"ffmpeg", "-nostdin", "-v", "error",
-                                      "-f",     "lavfi",    "-i", source};
-        if (ext == "mp3") args.insert(args.end(), {"-c:a", "libmp3lame", "-b:a", "320k"});
-        args.insert(args.end(), {"-y", path});
-        pid_t pid = fork();
-        if (pid == 0) {
-            std::vector<char*> argv;
-            for (auto& a : args) argv.push_back(a.data());
-            argv.push_back(nullptr);
-            execvp("ffmpeg", argv.data());
-            _exit(127);
-        }
-        int status = 0;
-        if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
-            WEXITSTATUS(status) == 0)
-            it->second = path;
-        return it->second;
-    }
-
-  private:
-    std::string dir_;
-    std::map<std::string, std::string> paths_;
-};
-
-Files& files() {
-    static Files f;
-    return f;
+// Made once per run with the ffmpeg command line; empty when it cannot.
+const std::string& longFile(const std::string& ext) {
+    static std::map<std::string, std::string> paths;
+    auto [it, fresh] = paths.try_emplace(ext);
+    if (!fresh) return it->second;
+    const std::string path = benchDir() + "/long." + ext;
+    const std::string source = "anoisesrc=r=44100:a=0.1:d=" + std::to_string(kSeconds) +
+                               ",aformat=sample_fmts=s16:channel_layouts=stereo";
+    std::vector<std::string> args{"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i", source};
+    if (ext == "mp3") args.insert(args.end(), {"-c:a", "libmp3lame", "-b:a", "320k"});
+    args.insert(args.end(), {"-y", path});
+    if (runCommand(args)) it->second = path;
+    return it->second;
 }
 
 void open(benchmark::State& state, const char* ext) {
-    const std::string& path = files().get(ext);
+    const std::string& path = longFile(ext);
     if (path.empty()) {
         state.SkipWithError("ffmpeg cannot make the file");
         return;

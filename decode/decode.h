@@ -56,6 +56,10 @@ uint32_t decodeFrameBytes(const DecodeStream* s);
 uint32_t decodeRead(DecodeStream* s, void* buffer, uint32_t bytes);
 // Sample-exact: the next read starts at the frame holding byte position pos.
 bool decodeSeek(DecodeStream* s, uint64_t pos);
+// True when a seek delivers exactly what reading on from the start would:
+// DSD, and lossless sources whose frames carry exact timestamps. A lossy
+// decoder's state after a seek only settles after some frames.
+bool decodeSeekExact(const DecodeStream* s);
 
 // True when path names a regular file; anything else (a FIFO, a device) is
 // refused with its reason in *why, never opened for reading. decodeOpen

@@ -221,6 +221,10 @@ bool ffSeek(FfSource* s, uint64_t pos) {
     return true;
 }
 
+bool ffSeekExact(const FfSource* s) {
+    return s->timestamps && s->input->isLossless();
+}
+
 void ffClose(FfSource* s) {
     delete s;
 }

@@ -14,4 +14,5 @@ StreamInfo ffInfo(const FfSource* s);
 uint64_t ffLength(const FfSource* s);
 uint32_t ffRead(FfSource* s, void* buffer, uint32_t bytes);
 bool ffSeek(FfSource* s, uint64_t pos);
+bool ffSeekExact(const FfSource* s);
 void ffClose(FfSource* s);

@@ -70,6 +70,10 @@ bool decodeSeek(DecodeStream* s, uint64_t pos) {
     return s->dsd ? dsdSeek(s->dsd, pos) : ffSeek(s->ff, pos);
 }
 
+bool decodeSeekExact(const DecodeStream* s) {
+    return s->dsd || ffSeekExact(s->ff);
+}
+
 bool decodeIsDsdContent(const char* path) {
     return dsdProbe(path);
 }

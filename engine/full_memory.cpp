@@ -16,6 +16,7 @@
 #include "engine/player_traits.h"
 #include "engine/run_support.h"
 #include "engine/transfer.h"
+#include "engine/whole_load.h"
 #include "settings/settings.h"
 
 namespace {
@@ -44,30 +45,6 @@ bool allocateFor(uint64_t bytes) {
     if (bytes > kMaxStreamBytes) return false;
     loaded.data = static_cast<uint8_t*>(std::malloc(size_t(bytes)));
     return loaded.data != nullptr;
-}
-
-// Decodes the whole stream in chunks, packing each as it arrives; returns the
-// packed bytes. Never writes past frames x frameBytes.
-template <class Fmt>
-uint64_t loadWhole(const PlayerControl& pc, const DecoderStream& ds, uint32_t frameBytes,
-                   std::vector<uint8_t>& scratch) {
-    constexpr uint32_t kChunkFrames = 8192;
-    FrameReader reader(ds);
-    if (reader.needsScratch()) scratch.resize(size_t(kChunkFrames) * ds.decodedFrameBytes);
-    const uint64_t dotBytes = uint64_t(Fmt::kDecodedSampleBytes) * uint64_t(ds.channels);
-    uint64_t packed = 0;
-    // A stop, next or exit typed while loading acts within a chunk.
-    while (!reader.finished() && !pc.stopRequest.load()) {
-        const uint64_t before = reader.position() * dotBytes;
-        if (reader.read(loaded.data + packed, kChunkFrames, scratch.data(), scratch.size()) == 0)
-            break;
-        packed = reader.position() * frameBytes;
-        if ((before >> 24) != ((reader.position() * dotBytes) >> 24)) {  // a dot per 16 MiB
-            std::fputc('.', stderr);
-            std::fflush(stderr);
-        }
-    }
-    return packed;
 }
 
 class FullMemorySource {
@@ -130,7 +107,6 @@ void* fullMemoryPlayer(PlayerControl& pc) {
     if (!beginRun(pc, run)) return endRun(pc, RunEnd::MemoryFailure);
     const GetInfoReport report = Fmt::kOutputFormat == kFormatS32 ? GetInfoReport::FullMemoryS32
                                                                   : GetInfoReport::FullMemoryOther;
-    std::vector<uint8_t> scratch;
     for (;;) {
         DecoderStream ds = openDecoder(pc.currentPath, Fmt::kOutputFormat, Fmt::kDefaultBits[kMode],
                                        pc.dsdNativeBE.load() != 0);
@@ -179,7 +155,13 @@ void* fullMemoryPlayer(PlayerControl& pc) {
         pc.playerRunning.store(1);
         notePlayerChange(pc);
         if (!reuse) {
-            loaded.bytes = loadWhole<Fmt>(pc, ds, frameBytes, scratch);
+            const std::string path = pc.currentPath;
+            const bool nativeBE = pc.dsdNativeBE.load() != 0;
+            loaded.bytes = loadWholeFile(pc, ds, loaded.data,
+                                         Fmt::kDecodedSampleBytes * uint32_t(ds.channels), [&] {
+                                             return openDecoder(path.c_str(), Fmt::kOutputFormat,
+                                                                Fmt::kDefaultBits[kMode], nativeBE);
+                                         });
             if (pc.stopRequest.load()) {
                 releaseFullMemoryBuffer();  // half a file is no file to keep
                 return endRun(pc, RunEnd::Stopped);

@@ -9,6 +9,7 @@
 
 #include "engine/packing.h"
 #include "engine/player.h"
+#include "engine/whole_load.h"
 #include "settings/settings.h"
 #include "settings/tuning.h"
 
@@ -29,6 +30,7 @@ Card::Card(std::vector<std::string> formats, double speed) {
     setColors(false);
     tuningSeams.configuredCpus = [] { return 1L; };  // never touch affinity
     tuningSeams.setAffinity = [](pid_t, const cpu_set_t&) { return 0; };
+    wholeLoadPieces = 3;  // uneven joins in every whole-file load, whatever the machine
     for (auto* flag :
          {&playerControl.stopRequest, &playerControl.pauseRequest, &playerControl.playerRunning,
           &playerControl.dsdNativeBE, &playerControl.dsdNativeLE})
