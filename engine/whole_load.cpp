@@ -1,5 +1,6 @@
 #include "engine/whole_load.h"
 
+#include <pthread.h>
 #include <sched.h>
 
 #include <algorithm>
@@ -113,7 +114,13 @@ uint64_t loadWholeFile(const PlayerControl& pc, DecoderStream& ds, uint8_t* data
         p->leadFrames = i == 0 || exact ? 0 : std::min(kLeadFrames, p->from);
         pieces.push_back(std::move(p));
     }
-    auto runOther = [&](Piece& p) { decodePiece(pc, p, data, frameBytes, dots, false); };
+    auto runOther = [&](Piece& p) {
+        // A load has no deadline: the helpers leave real-time priority to the
+        // player thread, so the console keeps a core.
+        sched_param normal{};
+        pthread_setschedparam(pthread_self(), SCHED_OTHER, &normal);
+        decodePiece(pc, p, data, frameBytes, dots, false);
+    };
     std::vector<std::thread> threads;
     std::vector<Piece*> here;  // pieces no thread could be made for
     for (int i = 1; i < count; ++i) {
@@ -130,7 +137,7 @@ uint64_t loadWholeFile(const PlayerControl& pc, DecoderStream& ds, uint8_t* data
     }
     pieces[0]->attach(ds);
     decodePiece(pc, *pieces[0], data, frameBytes, dots, true);
-    for (Piece* p : here) runOther(*p);
+    for (Piece* p : here) decodePiece(pc, *p, data, frameBytes, dots, true);
     for (std::thread& t : threads) t.join();
 
     // Each join must hold: a piece that could not start, or whose decoder had
