@@ -11,16 +11,11 @@
 #include <string>
 
 #include "settings/settings.h"
+#include "tests/fuzz/scratch.h"
 
 namespace {
 
-std::string folder;
 int home = -1;
-
-void removeFolder() {
-    unlink((folder + "/config.dat").c_str());
-    rmdir(folder.c_str());
-}
 
 bool within(int32_t v, int32_t lo, int32_t hi) {
     return v >= lo && v <= hi;
@@ -29,24 +24,16 @@ bool within(int32_t v, int32_t lo, int32_t hi) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    const char* tmp = std::getenv("TMPDIR");
-    folder = std::string(tmp ? tmp : "/tmp") + "/settings-fuzz-XXXXXX";
-    if (!mkdtemp(folder.data())) std::abort();
     // The fuzzer's own paths (corpus, artifacts) may be relative to here.
     home = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (home < 0) std::abort();
-    std::atexit(removeFolder);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* file = std::fopen((folder + "/config.dat").c_str(), "wb");
-    if (!file) std::abort();
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
-
+    writeInput("config.dat", data, size);
     // The loader reads ./config.dat.
-    if (chdir(folder.c_str()) != 0) std::abort();
+    if (chdir(scratchFolder().c_str()) != 0) std::abort();
     settings = Settings{};
     loadSettings();
     if (fchdir(home) != 0) std::abort();
