@@ -1,13 +1,14 @@
 // Feeds arbitrary bytes to the settings loader as config.dat. Whatever the
-// file holds, every field that indexes or selects something must come out
-// in range. Run long with -close_fd_mask=2: a damaged file is one line on
-// stderr each time.
+// file holds, every field must come out as stored or as its default, and
+// every one that indexes or selects something in range. Run long with
+// -close_fd_mask=2: a damaged file is one line on stderr each time.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "settings/settings.h"
@@ -48,5 +49,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (p < 0) std::abort();
     if (s.periodFrames > 0 && s.periodTimeUs != -1) std::abort();
     if (s.bufferFrames > 0 && s.bufferTimeUs != -1) std::abort();
+    // Each field is the stored one or its default; a size voids its time.
+    const Settings fresh{};
+    int32_t got[sizeof s / 4], defaults[sizeof s / 4];
+    std::memcpy(got, &s, sizeof s);
+    std::memcpy(defaults, &fresh, sizeof s);
+    for (size_t i = 0; i < sizeof s / 4; ++i) {
+        int32_t raw = 0;
+        if ((i + 1) * 4 <= size) std::memcpy(&raw, data + i * 4, 4);
+        const bool voided = (i == 1 || i == 3) && got[i - 1] > 0 && got[i] == -1;
+        if (got[i] != defaults[i] && got[i] != raw && !voided) std::abort();
+    }
     return 0;
 }
