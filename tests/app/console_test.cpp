@@ -28,13 +28,6 @@ struct Console : PlayerFixture {
         fs::create_directory(music);
         std::ofstream(workdir + "/path.txt") << music;
     }
-    // Runs the program on `input` (then end of input) and returns its exit status.
-    int session(ProgramRun& run, const std::string& input, std::vector<std::string> args = {}) {
-        if (!start(run, args)) return -2;
-        run.send(input);
-        run.closeInput();
-        return run.waitExit(20);  // seconds; generous for sanitizer builds
-    }
     const std::string music = workdir + "/music";
 };
 

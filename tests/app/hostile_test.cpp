@@ -16,23 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr double kWait = 30;  // seconds; generous for sanitizer builds
 
-// A 16-bit stereo 44.1 kHz WAV of silence, long enough to be still playing
-// when the test acts.
-void writeSilentWav(const std::string& path, uint32_t seconds) {
-    const uint32_t data = seconds * 44100 * 4;
-    std::vector<uint8_t> bytes;
-    auto text = [&](const char* t) {
-        for (int i = 0; i < 4; ++i) bytes.push_back(uint8_t(t[i]));
-    };
-    auto le = [&](uint32_t v, int n) {
-        for (int i = 0; i < n; ++i) bytes.push_back(uint8_t(v >> (8 * i)));
-    };
-    text("RIFF"), le(36 + data, 4), text("WAVE"), text("fmt "), le(16, 4), le(1, 2), le(2, 2);
-    le(44100, 4), le(44100 * 4, 4), le(4, 2), le(16, 2), text("data"), le(data, 4);
-    bytes.resize(bytes.size() + data, 0);
-    writeFileBytes(path, bytes);
-}
-
 // A working folder whose path.txt names the folder itself; "music" below it.
 struct Session : PlayerFixture {
     explicit Session(double speed = 0) : PlayerFixture(VdacConfig{.speed = speed}) {
@@ -48,7 +31,8 @@ TEST(Signals, EachStopsPlaybackSavesAndExitsWithItsNumber) {
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
         SCOPED_TRACE(sig);
         Session fx(1);  // real time: the file is still playing when the signal comes
-        writeSilentWav(fx.music + "/a.wav", 30);
+        writeFileBytes(fx.music + "/a.wav",
+                       wav16(30 * 44100, [](uint32_t) { return uint16_t(0); }));
         ProgramRun run;
         ASSERT_TRUE(fx.start(run));
         // Entry 1 is "music" (then "sandbox"); in it, entry 1 is a.wav.
@@ -97,12 +81,9 @@ TEST(OddFiles, FifosAndHugeSheetsAreRefusedWithTheirReason) {
     huge.pop_back();  // exactly 1 MiB is still a sheet (with one very long line)
     writeFileBytes(fx.music + "/edge.cue", huge);
     ProgramRun run;
-    ASSERT_TRUE(fx.start(run));
     // Entries: .., x.wav, big.cue, edge.cue, z.cue. Enter before any command
     // does nothing (it used to mean "0", the parent folder).
-    run.send("\n\n1\n2\n4\n3\nx\n");
-    run.closeInput();
-    ASSERT_EQ(run.waitExit(kWait), 0) << run.err();
+    ASSERT_EQ(fx.session(run, "\n\n1\n2\n4\n3\nx\n"), 0) << run.err();
     const std::string& err = run.err();
     for (const std::string& line :
          {std::string("config.dat: not a regular file (a FIFO); default settings used\n"),
@@ -124,10 +105,7 @@ TEST(OddFiles, SettingsThatCannotBeReadOrSavedAreNamed) {
     fs::remove(fx.workdir + "/path.txt");
     ASSERT_EQ(mkfifo((fx.workdir + "/path.txt").c_str(), 0644), 0);
     ProgramRun run;
-    ASSERT_TRUE(fx.start(run));
-    run.send("lp5\nx\n");
-    run.closeInput();
-    ASSERT_EQ(run.waitExit(kWait), 0) << run.err();
+    ASSERT_EQ(fx.session(run, "lp5\nx\n"), 0) << run.err();
     const std::string failed = "Can't save config.dat: Is a directory\n";
     EXPECT_EQ(run.err(),
               "config.dat: not a regular file (a folder); default settings used\n"

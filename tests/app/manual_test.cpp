@@ -31,10 +31,7 @@ std::set<std::string> commandWords(size_t* fromSource, size_t* fromHelp) {
     *fromSource = words.size();
     PlayerFixture fx;
     ProgramRun run;
-    if (!fx.start(run, {})) return words;
-    run.send("h\nx\n");
-    run.closeInput();
-    run.waitExit(20);
+    fx.session(run, "h\nx\n");
     const size_t list = run.out().find("Commands:");
     const std::string text = run.out().substr(std::min(list, run.out().size()));
     for (const char* re :

@@ -23,12 +23,6 @@ struct Options : PlayerFixture {
         setenv("XDG_RUNTIME_DIR", workdir.c_str(), 1);
         std::ofstream(workdir + "/path.txt") << kPathText;
     }
-    int session(ProgramRun& run, std::vector<std::string> args, const std::string& input = "") {
-        if (!start(run, args)) return -2;
-        run.send(input);
-        run.closeInput();
-        return run.waitExit(20);  // seconds; generous for sanitizer builds
-    }
     // Neither settings nor the path file; unless a player ran, nor the card nor process tuning.
     void expectUntouched(bool playerRan = false) const {
         EXPECT_FALSE(fs::exists(workdir + "/config.dat"));
@@ -47,16 +41,6 @@ struct Options : PlayerFixture {
     static constexpr const char* kPathText = "/no/such/folder";
 };
 
-// A 16-bit stereo WAV of `seconds` of a quiet square wave (the words little-endian).
-void writeWav(const std::string& path, uint32_t seconds) {
-    const uint32_t rate = 44100, data = rate * seconds * 4;
-    std::vector<uint32_t> w = {0x46464952, 36 + data, 0x45564157, 0x20746d66, 16,  0x00020001,
-                               rate,       rate * 4,  0x00100004, 0x61746164, data};
-    for (uint32_t f = 0; f < rate * seconds; ++f) w.push_back((f / 50) % 2 ? 0x0400 : 0xfc00);
-    const auto* bytes = reinterpret_cast<const uint8_t*>(w.data());
-    writeFileBytes(path, std::vector<uint8_t>(bytes, bytes + w.size() * 4));
-}
-
 TEST(Options, HelpAndVersionAnswerWithoutStartingThePlayer) {
     Options fx;
     const std::vector<std::string> help = {
@@ -70,7 +54,7 @@ TEST(Options, HelpAndVersionAnswerWithoutStartingThePlayer) {
           ", libavutil ", std::string(")\nalsa-lib ") + snd_asoundlib_version() + "\n"}}};
     for (const auto& [arg, parts] : cases) {
         ProgramRun run;
-        ASSERT_EQ(fx.session(run, {arg}), 0) << arg;
+        ASSERT_EQ(fx.session(run, "", {arg}), 0) << arg;
         EXPECT_EQ(run.out().rfind(parts[0], 0), 0u) << run.out();  // the first part leads
         for (const std::string& part : parts)
             EXPECT_NE(run.out().find(part), std::string::npos) << part;
@@ -79,7 +63,7 @@ TEST(Options, HelpAndVersionAnswerWithoutStartingThePlayer) {
     fx.expectUntouched();
     // Anything else is no option: the console starts as before.
     ProgramRun other;
-    ASSERT_EQ(fx.session(other, {"--helpme"}, "x\n"), 0);
+    ASSERT_EQ(fx.session(other, "x\n", {"--helpme"}), 0);
     EXPECT_EQ(other.out().rfind("Tovrin for Linux. Console version\n", 0), 0u) << other.out();
 }
 
@@ -91,7 +75,7 @@ TEST(Options, StopWithNoBackgroundPlayerFailsAndClearsAStaleRecord) {
          std::vector<std::string>{"", "999999999\n", std::to_string(getpid()) + "\n", "abc\n"}) {
         if (!record.empty()) std::ofstream(fx.pidFile) << record;
         ProgramRun run;
-        EXPECT_EQ(fx.session(run, {"--stop"}), 1) << record;
+        EXPECT_EQ(fx.session(run, "", {"--stop"}), 1) << record;
         EXPECT_EQ(run.err(), "tovrin: no background player is running\n");
         EXPECT_EQ(run.out(), "");
         EXPECT_TRUE(record == "abc\n" || !fs::exists(fx.pidFile)) << record;
@@ -103,9 +87,12 @@ TEST(Options, StopEndsTheBackgroundPlayerWhichClosesTheCard) {
     VdacConfig card;
     card.speed = 1;  // real time, so the 30 s file is still playing when stopped
     Options fx(card);
-    writeWav(fx.workdir + "/song.wav", 30);
+    // A quiet square wave on the left channel.
+    writeFileBytes(fx.workdir + "/song.wav", wav16(30 * 44100, [](uint32_t i) {
+                       return uint16_t(i % 2 ? 0 : i / 100 % 2 ? 0x0400 : 0xfc00);
+                   }));
     ProgramRun launch, stop, again;
-    ASSERT_EQ(fx.session(launch, {"song.wav"}), 0);
+    ASSERT_EQ(fx.session(launch, "", {"song.wav"}), 0);
     // The launcher records the player before it returns.
     fx.player = pid_t(std::atol(readFileText(fx.pidFile).c_str()));
     ASSERT_GT(fx.player, 0);
@@ -113,7 +100,7 @@ TEST(Options, StopEndsTheBackgroundPlayerWhichClosesTheCard) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_FALSE(eventsOfKind(fx.events(), "start").empty()) << "the player never played";
 
-    ASSERT_EQ(fx.session(stop, {"--stop"}), 0) << stop.err();
+    ASSERT_EQ(fx.session(stop, "", {"--stop"}), 0) << stop.err();
     EXPECT_EQ(stop.out(), "tovrin: stopped the background player (process " +
                               std::to_string(fx.player) + ")\n");
     // Ended (gone or a zombie), its record removed.
@@ -125,7 +112,7 @@ TEST(Options, StopEndsTheBackgroundPlayerWhichClosesTheCard) {
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events.back().kind, "close");
     EXPECT_LT(vdacFramesAt(events, events.size() - 1), 30u * 44100);
-    EXPECT_EQ(fx.session(again, {"--stop"}), 1);
+    EXPECT_EQ(fx.session(again, "", {"--stop"}), 1);
     fx.expectUntouched(true);
 }
 

@@ -1,9 +1,12 @@
 // Whole routines against the virtual card, run to their end on this thread as
-// background mode does: every capture is compared with the references.
+// background mode does: every capture is compared with the references, on
+// ideal cards and on ones with a real card's habits.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 
+#include "device/recovery.h"
 #include "engine/decoder_setup.h"
 #include "engine/memory_fit.h"
 #include "engine/packing.h"
@@ -261,22 +264,6 @@ TEST(Playback, CueStartsLandOnTheirExactFrame) {
     }
 }
 
-// A 16-bit stereo 44.1 kHz WAV of frames frames, sample values from seed on.
-std::vector<uint8_t> shortWav(uint32_t frames, uint16_t seed) {
-    auto le = [](std::vector<uint8_t>& out, uint32_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i) out.push_back(uint8_t(v >> (8 * i)));
-    };
-    std::vector<uint8_t> w{'R', 'I', 'F', 'F'};
-    le(w, 36 + frames * 4, 4);
-    for (char ch : std::string("WAVEfmt ")) w.push_back(uint8_t(ch));
-    le(w, 16, 4), le(w, 1, 2), le(w, 2, 2), le(w, 44100, 4), le(w, 44100 * 4, 4), le(w, 4, 2);
-    le(w, 16, 2);
-    for (char ch : std::string("data")) w.push_back(uint8_t(ch));
-    le(w, frames * 4, 4);
-    for (uint32_t i = 0; i < frames * 2; ++i) le(w, uint16_t(seed + i * 7), 2);
-    return w;
-}
-
 // Twenty 50 ms tracks in Direct Input at real time: one device session, no
 // underrun, and the card gets them back to back.
 TEST(Playback, ShortTracksPlayGaplessInDirectInput) {
@@ -285,7 +272,8 @@ TEST(Playback, ShortTracksPlayGaplessInDirectInput) {
     std::vector<uint8_t> want;
     for (int i = 0; i < 20; ++i) {
         paths.push_back(dir.file(std::to_string(i) + ".wav"));
-        const std::vector<uint8_t> w = shortWav(2205, uint16_t(i * 1000));
+        const std::vector<uint8_t> w =
+            wav16(2205, [i](uint32_t n) { return uint16_t(i * 1000 + int(n) * 7); });
         writeFileBytes(paths.back(), w);
         for (size_t at = 44; at < w.size(); at += 2)  // left-justified in S32_LE
             want.insert(want.end(), {0, 0, w[at], w[at + 1]});
@@ -358,14 +346,117 @@ TEST(Playback, UndecodableFileEndsTheRunWithTheRoutinesReport) {
     EXPECT_EQ(card.count("close"), 1u);
 }
 
-TEST(DecoderSetup, DsdOfThe48kFamilyConvertsToTheSameMultipleOf48k) {
-    for (int32_t times : {1, 2, 4, 8})
-        for (int32_t dsd : {64, 128, 256, 512}) {
-            EXPECT_EQ(dsdPcmRate(44100 * times, 44100 * dsd), 44100 * times);
-            EXPECT_EQ(dsdPcmRate(44100 * times, 48000 * dsd), 48000 * times);
-        }
-    EXPECT_EQ(dsdPcmRate(88200, 0), 88200);  // unreadable: left to the open to refuse
+// Cards that are not ideal: ones that refuse a rate, a channel count or a
+// format, get suspended, unplugged or are held busy. A file is never played in
+// anything but its own format; the queue goes on with the files the card takes.
+class CardHabits : public testing::TestWithParam<Mode> {};
+
+TEST_P(CardHabits, RefusedFilesPlayNoFrameAndTheQueueGoesOn) {
+    const Fixture hiRate = fixture("flac-s24-96k-stereo.flac"),
+                  sixCh = fixture("flac-s24-48k-6ch.flac"), dsd = fixture("dsf-dsd64-2ch.dsf"),
+                  plain = fixture("flac-s16-44k1-stereo.flac");
+    Card card({"S32_LE"});
+    card.config.rates = {44100, 48000, 88200};
+    card.config.channelsMax = 2;
+    card.reconfigure();
+    settings.dsdMode = kDsdDop;  // DoP of DSD64 needs 176400 Hz
+    RunText text =
+        play({hiRate.path(), sixCh.path(), dsd.path(), plain.path()}, GetParam(), kFormatS32);
+    for (const std::string& want :
+         {hiRate.path() + ": card does not take 96000 Hz (it takes 44100, 48000, 88200)\n",
+          sixCh.path() + ": card does not take 6 channels (it takes 1 to 2 channels)\n",
+          dsd.path() + ": card does not take 176400 Hz (it takes 44100, 48000, 88200)\n"})
+        EXPECT_NE(text.err.find(want), std::string::npos) << text.err;
+    EXPECT_TRUE(card.capture() == expectedCardBytes(plain, kFormatS32));
+    const auto hw = eventsOfKind(readVdacLog(card.config.logPath), "hw_params");
+    ASSERT_EQ(hw.size(), 1u);
+    EXPECT_EQ(hw[0].fields.at("rate"), "44100");
+    EXPECT_EQ(playerControl.runFailed.load(), 1);
+    EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
 }
+
+// A card with none of the player's PCM formats is told so and fed nothing.
+TEST_P(CardHabits, AFormatTheCardLacksIsNeverPacked) {
+    const Fixture wav = fixture("wav-s16-44k1-stereo.wav");
+    Card card({"FLOAT_LE", "S24_LE"});
+    RunText text = play({wav.path()}, GetParam(), kFormatS16);
+    EXPECT_NE(text.err.find(wav.path() + ": card does not take S16_LE (it takes S24_LE, FLOAT_LE)"),
+              std::string::npos)
+        << text.err;
+    EXPECT_TRUE(card.capture().empty());
+    EXPECT_EQ(card.count("hw_params"), 0u);
+}
+
+// A suspended card is resumed and loses no frame; one that cannot resume is
+// prepared and the file plays on to its end; an unplugged one ends the run
+// with its name and the prompt, never a hang or a spin. (A card that cannot
+// rewind, at a pause: tests/engine/controls_test.cpp.)
+TEST_P(CardHabits, SuspendAndUnplugMidFile) {
+    const Fixture f = fixture("wav-s16-44k1-stereo.wav");
+    const std::vector<uint8_t> ref = expectedCardBytes(f, kFormatS32);
+    for (bool resume : {true, false}) {
+        SCOPED_TRACE(resume ? "resume" : "no resume");
+        Card card({"S32_LE"});
+        card.config.suspendAfter = 50000;
+        card.config.resumeAllowed = resume;
+        card.reconfigure();
+        RunText text = play({f.path()}, GetParam(), kFormatS32);
+        EXPECT_EQ(card.count("suspend"), 1u);
+        EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
+        const std::vector<uint8_t> cap = card.capture();
+        if (resume) {
+            EXPECT_TRUE(cap == ref) << cap.size() << " of " << ref.size();
+        } else {
+            // What the card held when it stopped is gone with it; the rest plays.
+            ASSERT_GE(cap.size(), 50000u * 8);
+            EXPECT_TRUE(std::equal(cap.begin(), cap.begin() + 50000 * 8, ref.begin()));
+            EXPECT_TRUE(std::equal(cap.end() - 8192, cap.end(), ref.end() - 8192));
+        }
+    }
+    Card card({"S32_LE"});
+    card.config.disconnectAfter = 50000;
+    card.reconfigure();
+    RunText text = play({f.path(), f.path()}, GetParam(), kFormatS32);
+    EXPECT_NE(text.err.find("\nsound device \"default\" is gone: No such device\n"),
+              std::string::npos)
+        << text.err;
+    EXPECT_TRUE(text.err.ends_with("\n> ")) << text.err;
+    EXPECT_EQ(card.capture().size(), 50000u * 8);
+    EXPECT_EQ(card.count("close"), 1u);
+    EXPECT_EQ(playerControl.runFailed.load(), 1);
+}
+
+// Busy at open: the message says so and, where the kernel shows it, who
+// holds the card.
+TEST(CardHabit, BusyCardNamesItsHolder) {
+    const Fixture f = fixture("wav-s16-44k1-stereo.wav");
+    Card card({"S32_LE"});
+    card.config.busy = true;
+    card.reconfigure();
+    const std::string saved = procAsoundRoot;
+    for (bool shown : {false, true}) {
+        procAsoundRoot = card.dir.file("asound");
+        if (shown) {
+            std::filesystem::create_directories(procAsoundRoot + "/card1/pcm0p/sub0");
+            const std::string status = "state: R\nowner_pid   : 42\n";
+            writeFileBytes(procAsoundRoot + "/card1/pcm0p/sub0/status",
+                           {status.begin(), status.end()});
+        }
+        RunText text = play({f.path()}, {true, false}, kFormatS32);
+        const std::string why = shown ? "in use by process 42" : "another program is using it";
+        EXPECT_NE(
+            text.err.find(f.path() + ": unable to open pcm device: Device or resource busy (" +
+                          why + ")\n"),
+            std::string::npos)
+            << text.err;
+        EXPECT_TRUE(text.err.ends_with("\n> "));
+    }
+    procAsoundRoot = saved;
+    EXPECT_TRUE(card.capture().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, CardHabits, testing::ValuesIn(kModes),
+                         [](const auto& info) { return modeName(info.param); });
 
 TEST(DecoderSetup, DsdFilesAreKnownByTheirSuffixOnly) {
     for (const char* p : {"/a/b.dsf", "/a/b.DSF", "/a/b.dff", "/a/b.DFF"})

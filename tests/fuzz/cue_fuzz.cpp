@@ -1,7 +1,5 @@
 // Feeds arbitrary bytes through the sheet reader, line parser and loader.
 // The input goes through a real file because the loader takes a path.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -9,37 +7,16 @@
 #include <vector>
 
 #include "library/cue.h"
-
-namespace {
-
-std::string sheetPath;
-
-void removeSheet() {
-    unlink(sheetPath.c_str());
-}
-
-}  // namespace
+#include "tests/fuzz/scratch.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // The listing would flood the terminal; libFuzzer itself reports on stderr.
     if (!std::freopen("/dev/null", "w", stdout)) std::abort();
-    const char* dir = std::getenv("TMPDIR");
-    std::string pattern = std::string(dir ? dir : "/tmp") + "/cue-fuzz-XXXXXX";
-    int fd = mkstemp(pattern.data());
-    if (fd < 0) std::abort();
-    close(fd);
-    sheetPath = pattern;
-    std::atexit(removeSheet);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* file = std::fopen(sheetPath.c_str(), "wb");
-    if (!file) std::abort();
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
-
-    loadCueSheet(sheetPath);
+    loadCueSheet(writeInput("sheet.cue", data, size));
     if (cueLines.empty()) std::abort();  // an existing file always gives a line
     size_t tracks = trackStartsMs.size();
     if (trackNames.size() != tracks || trackStartTexts.size() != tracks ||

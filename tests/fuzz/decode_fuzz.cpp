@@ -2,8 +2,6 @@
 // little of each. The first byte picks the file's suffix (FFmpeg's probe
 // weighs it), the second the kind of stream asked for; the rest is the
 // file. Reads must come in whole frames and never exceed the stated length.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "decode/decode.h"
+#include "tests/fuzz/scratch.h"
 
 namespace {
 
@@ -18,12 +17,6 @@ const char* const kSuffixes[] = {".wav", ".aiff", ".ogg", ".mp3", ".flac", ".ape
                                  ".m4a", ".mp4",  ".aac", ".dff", ".dsf",  ".wv"};
 constexpr int kSuffixCount = sizeof kSuffixes / sizeof kSuffixes[0];
 const StreamKind kKinds[] = {StreamKind::Pcm, StreamKind::DsdRaw, StreamKind::DsdPcm};
-
-std::string base;
-
-void removeFiles() {
-    for (const char* suffix : kSuffixes) unlink((base + suffix).c_str());
-}
 
 // A few reads and one seek; returns the bytes delivered.
 void readSome(DecodeStream* s) {
@@ -47,25 +40,11 @@ void readSome(DecodeStream* s) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    const char* dir = std::getenv("TMPDIR");
-    base = std::string(dir ? dir : "/tmp") + "/decode-fuzz-XXXXXX";
-    int fd = mkstemp(base.data());
-    if (fd < 0) std::abort();
-    close(fd);
-    unlink(base.c_str());
-    std::atexit(removeFiles);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
-    const std::string path = base + kSuffixes[data[0] % kSuffixCount];
+    const std::string path =
+        writeInput(std::string("input") + kSuffixes[data[0] % kSuffixCount], data + 2, size - 2);
     const StreamKind kind = kKinds[data[1] % 3];
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) std::abort();
-    std::fwrite(data + 2, 1, size - 2, file);
-    std::fclose(file);
 
     std::string error;
     DecodeStream* s = decodeOpen(path.c_str(), kind, 88200, &error);
@@ -73,6 +52,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         readSome(s);
         decodeClose(s);
     }
-    unlink(path.c_str());
     return 0;
 }

@@ -1,8 +1,6 @@
 // Feeds arbitrary bytes to the DSF and DSDIFF readers through a real file
 // (they read by position from a path). An opened file must state a sane
 // shape, read inside its length and refuse to read past it.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -11,14 +9,9 @@
 #include <vector>
 
 #include "decode/dsd_file.h"
+#include "tests/fuzz/scratch.h"
 
 namespace {
-
-std::string filePath;
-
-void removeFile() {
-    unlink(filePath.c_str());
-}
 
 void readSome(DsdFile& f) {
     const DsdFileInfo& info = f.info();
@@ -39,25 +32,11 @@ void readSome(DsdFile& f) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    const char* dir = std::getenv("TMPDIR");
-    filePath = std::string(dir ? dir : "/tmp") + "/dsd-fuzz-XXXXXX";
-    int fd = mkstemp(filePath.data());
-    if (fd < 0) std::abort();
-    close(fd);
-    std::atexit(removeFile);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* file = std::fopen(filePath.c_str(), "wb");
-    if (!file) std::abort();
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
-
-    dsdFileProbe(filePath.c_str());
+    const std::string path = writeInput("input", data, size);
+    dsdFileProbe(path.c_str());
     std::string error;
-    std::unique_ptr<DsdFile> f = dsdFileOpen(filePath.c_str(), &error);
+    std::unique_ptr<DsdFile> f = dsdFileOpen(path.c_str(), &error);
     if (f)
         readSome(*f);
     else if (error.empty())

@@ -1,26 +1,22 @@
 // Feeds arbitrary bytes to the settings loader as config.dat. Whatever the
-// file holds, every field that indexes or selects something must come out
-// in range. Run long with -close_fd_mask=2: a damaged file is one line on
-// stderr each time.
+// file holds, every field must come out as stored or as its default, and
+// every one that indexes or selects something in range. Run long with
+// -close_fd_mask=2: a damaged file is one line on stderr each time.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "settings/settings.h"
+#include "tests/fuzz/scratch.h"
 
 namespace {
 
-std::string folder;
 int home = -1;
-
-void removeFolder() {
-    unlink((folder + "/config.dat").c_str());
-    rmdir(folder.c_str());
-}
 
 bool within(int32_t v, int32_t lo, int32_t hi) {
     return v >= lo && v <= hi;
@@ -29,24 +25,16 @@ bool within(int32_t v, int32_t lo, int32_t hi) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    const char* tmp = std::getenv("TMPDIR");
-    folder = std::string(tmp ? tmp : "/tmp") + "/settings-fuzz-XXXXXX";
-    if (!mkdtemp(folder.data())) std::abort();
     // The fuzzer's own paths (corpus, artifacts) may be relative to here.
     home = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (home < 0) std::abort();
-    std::atexit(removeFolder);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::FILE* file = std::fopen((folder + "/config.dat").c_str(), "wb");
-    if (!file) std::abort();
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
-
+    writeInput("config.dat", data, size);
     // The loader reads ./config.dat.
-    if (chdir(folder.c_str()) != 0) std::abort();
+    if (chdir(scratchFolder().c_str()) != 0) std::abort();
     settings = Settings{};
     loadSettings();
     if (fchdir(home) != 0) std::abort();
@@ -61,5 +49,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (p < 0) std::abort();
     if (s.periodFrames > 0 && s.periodTimeUs != -1) std::abort();
     if (s.bufferFrames > 0 && s.bufferTimeUs != -1) std::abort();
+    // Each field is the stored one or its default; a size voids its time.
+    const Settings fresh{};
+    int32_t got[sizeof s / 4], defaults[sizeof s / 4];
+    std::memcpy(got, &s, sizeof s);
+    std::memcpy(defaults, &fresh, sizeof s);
+    for (size_t i = 0; i < sizeof s / 4; ++i) {
+        int32_t raw = 0;
+        if ((i + 1) * 4 <= size) std::memcpy(&raw, data + i * 4, 4);
+        const bool voided = (i == 1 || i == 3) && got[i - 1] > 0 && got[i] == -1;
+        if (got[i] != defaults[i] && got[i] != raw && !voided) std::abort();
+    }
     return 0;
 }

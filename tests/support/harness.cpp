@@ -172,3 +172,11 @@ PlayerFixture::PlayerFixture(VdacConfig config) : vdac(std::move(config)) {
 bool PlayerFixture::start(ProgramRun& run, const std::vector<std::string>& args) {
     return run.start(TOVRIN_BINARY, args, workdir);
 }
+
+int PlayerFixture::session(ProgramRun& run, const std::string& input,
+                           const std::vector<std::string>& args) {
+    if (!start(run, args)) return -2;
+    run.send(input);
+    run.closeInput();
+    return run.waitExit(30);  // seconds; generous for sanitizer builds
+}

@@ -57,6 +57,9 @@ struct PlayerFixture {
     explicit PlayerFixture(VdacConfig config = {});
     // Starts the built player in the working directory.
     bool start(ProgramRun& run, const std::vector<std::string>& args = {});
+    // Runs it on `input`, then end of input; its exit status, -2 if it did not start.
+    int session(ProgramRun& run, const std::string& input,
+                const std::vector<std::string>& args = {});
 
     std::vector<VdacEvent> events() const { return readVdacLog(vdac.logPath); }
     std::vector<uint8_t> captured() const { return readFileBytes(vdac.capturePath); }

@@ -174,6 +174,20 @@ void writeFileBytes(const std::string& path, const std::vector<uint8_t>& data) {
     if (!file.flush()) throw std::runtime_error("cannot write " + path);
 }
 
+std::vector<uint8_t> wav16(uint32_t frames, const std::function<uint16_t(uint32_t)>& sample) {
+    std::vector<uint8_t> w;
+    auto le = [&w](uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i) w.push_back(uint8_t(v >> (8 * i)));
+    };
+    auto text = [&le](const char* t) {
+        le(uint32_t(t[0] | t[1] << 8 | t[2] << 16 | t[3] << 24), 4);
+    };
+    text("RIFF"), le(36 + frames * 4, 4), text("WAVE"), text("fmt "), le(16, 4), le(1, 2);
+    le(2, 2), le(44100, 4), le(44100 * 4, 4), le(4, 2), le(16, 2), text("data"), le(frames * 4, 4);
+    for (uint32_t i = 0; i < frames * 2; ++i) le(sample(i), 2);
+    return w;
+}
+
 TempDir::TempDir() {
     char name[] = "/tmp/tovrin-test-XXXXXX";
     if (!mkdtemp(name)) throw std::runtime_error("mkdtemp failed");

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -58,6 +59,9 @@ uint64_t vdacFramesAt(const std::vector<VdacEvent>& events, size_t index);
 
 std::vector<uint8_t> readFileBytes(const std::string& path);
 void writeFileBytes(const std::string& path, const std::vector<uint8_t>& data);
+// A 16-bit stereo 44.1 kHz WAV of frames frames; sample(i) gives the i-th
+// interleaved sample.
+std::vector<uint8_t> wav16(uint32_t frames, const std::function<uint16_t(uint32_t)>& sample);
 inline std::string readFileText(const std::string& path) {
     const std::vector<uint8_t> bytes = readFileBytes(path);
     return {bytes.begin(), bytes.end()};
