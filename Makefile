@@ -5,7 +5,7 @@ PREFIX ?= /usr/local
 DESTDIR ?=
 
 .PHONY: all deps build demo check check-plain check-asan check-tsan check-fuzz format clean \
-	install uninstall deb
+	install uninstall deb bench-compare
 
 all: build
 
