@@ -42,6 +42,11 @@ check-fuzz:
 	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
 	ctest --test-dir build-fuzz --output-on-failure -L fuzz
 
+# Tovrin beside aplay, mpv and ffmpeg on the virtual DAC in real time, about
+# 40 minutes; SECONDS_PER_FILE=10 REPS=1 for a quick look. Not part of check.
+bench-compare:
+	python3 bench/compare
+
 # cmake --install takes DESTDIR from the environment.
 install: build
 	DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
