@@ -43,7 +43,7 @@ check-fuzz:
 	ctest --test-dir build-fuzz --output-on-failure -L fuzz
 
 # Tovrin beside aplay, mpv and ffmpeg on the virtual DAC in real time, about
-# 40 minutes; SECONDS_PER_FILE=10 REPS=1 for a quick look. Not part of check.
+# 40 minutes; SECONDS_PER_FILE=10 REPS=1 for a quick look. make check does not run it.
 bench-compare:
 	python3 bench/compare
 
