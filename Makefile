@@ -5,7 +5,7 @@ PREFIX ?= /usr/local
 DESTDIR ?=
 
 .PHONY: all deps build demo check check-plain check-asan check-tsan check-fuzz format clean \
-	install uninstall deb
+	install uninstall deb bench-compare
 
 all: build
 
@@ -41,6 +41,11 @@ check-fuzz:
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DTOVRIN_FUZZ=ON $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
 	ctest --test-dir build-fuzz --output-on-failure -L fuzz
+
+# Tovrin beside aplay, mpv and ffmpeg on the virtual DAC in real time, about
+# 40 minutes; SECONDS_PER_FILE=10 REPS=1 for a quick look. make check does not run it.
+bench-compare:
+	python3 bench/compare
 
 # cmake --install takes DESTDIR from the environment.
 install: build
