@@ -138,6 +138,12 @@ bool FfInput::open(const char* path, std::string* error) {
     if (int rc = avformat_open_input(&ctx, path, nullptr, nullptr); rc < 0)
         return fail(error, "cannot open file: " + errorText(rc));  // ctx is freed on failure
     format_.reset(ctx);
+    // A PCM stream takes every parameter from its header; the stream probe
+    // then needs only enough data to spot compressed audio dressed as PCM,
+    // not the 5 MB it reads by default (most of a WAV file's open time).
+    const AVCodecID first =
+        ctx->nb_streams == 1 ? ctx->streams[0]->codecpar->codec_id : AV_CODEC_ID_NONE;
+    if (first >= AV_CODEC_ID_PCM_S16LE && first < AV_CODEC_ID_ADPCM_IMA_QT) ctx->probesize = 32768;
     if (avformat_find_stream_info(ctx, nullptr) < 0) return fail(error, "unreadable file");
     const AVCodec* decoder = nullptr;
     int index = av_find_best_stream(ctx, AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
