@@ -5,11 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "engine/decode_source.h"
 #include "engine/decoder_setup.h"
-#include "engine/frame_reader.h"
 #include "engine/memory_fit.h"
 #include "engine/output_device.h"
 #include "engine/player.h"

@@ -84,6 +84,7 @@ void decodePiece(const PlayerControl& pc, Piece& p, uint8_t* data, uint32_t fram
             return;
     }
     p.started = true;
+    // A stop, next or exit typed while loading acts within a chunk.
     while (r.position() < p.to && !pc.stopRequest.load()) {
         const uint32_t n = r.read(data + r.position() * frameBytes,
                                   uint32_t(std::min<uint64_t>(kChunkFrames, p.to - r.position())),
