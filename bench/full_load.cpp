@@ -1,8 +1,8 @@
 // Full Memory's load of a whole file, wall time with the file in the page
 // cache, against `ffmpeg -i FILE -f s32le -y /dev/null` on the same file
 // (FFmpeg's own threads). The second figure of BM_Load is the number of
-// pieces: 1 decodes on one core, 2 on both of a 2-core machine. Files: 10 minutes of 24/96 FLAC and one
-// minute of DSD64 converted to 88.2 kHz, made once per run.
+// pieces: 1 decodes on one core, 2 on both of a 2-core machine. Files: 10 minutes of 24/96 FLAC and
+// one minute of DSD64 converted to 88.2 kHz, made once per run.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
