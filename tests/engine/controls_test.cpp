@@ -188,6 +188,23 @@ TEST_P(Controls, PauseOnACardThatCannotRewindGoesOnWhereItStopped) {
     EXPECT_TRUE(std::equal(cap.end() - long(tail), cap.end(), ref.end() - long(tail)));
 }
 
+// A stop that meets a Full Memory load in its pieces ends the run with
+// nothing played, every piece's thread gone and the card closed; the half
+// load is not kept, so the next run of the same file plays it whole.
+TEST(Controls, StopDuringAFullMemoryLoadKeepsNothing) {
+    const Fixture f = fixture("flac-s24-96k-stereo.flac");
+    Card card({"S32_LE"});
+    playerControl.stopRequest.store(1);  // seen by each piece at its first chunk
+    RunText text = play({f.path()}, {false, false}, kFormatS32);
+    EXPECT_EQ(std::tuple(playerControl.stopRequest.load(), playerControl.runFailed.load()),
+              std::tuple(0, 0));
+    EXPECT_TRUE(card.capture().empty());
+    EXPECT_EQ(card.count("close"), 1u);
+    EXPECT_EQ(text.err.find("error"), std::string::npos) << text.err;
+    play({f.path()}, {false, false}, kFormatS32);
+    EXPECT_TRUE(card.capture() == expectedCardBytes(f, kFormatS32));
+}
+
 INSTANTIATE_TEST_SUITE_P(Modes, Controls, testing::ValuesIn(kModes),
                          [](const auto& info) { return modeName(info.param); });
 
