@@ -59,13 +59,14 @@ struct Piece {
     uint64_t from = 0, to = 0;  // card frames
     uint64_t leadFrames = 0;
     std::vector<uint8_t> lead;  // packed frames before from
-    bool started = false;       // opened, and its lead decoded
 
     void attach(const DecoderStream& ds) {
         reader = std::make_unique<FrameReader>(ds);
         if (reader->needsScratch()) scratch.resize(size_t(kChunkFrames) * ds.decodedFrameBytes);
     }
     uint64_t reached() const { return reader ? reader->position() : from; }
+    // Opened, and its lead decoded.
+    bool started() const { return reader && reader->position() >= from; }
 };
 
 // Decodes [from, to) of p into data, the lead first; stops early at a
@@ -83,7 +84,6 @@ void decodePiece(const PlayerControl& pc, Piece& p, uint8_t* data, uint32_t fram
                     p.scratch.data(), p.scratch.size()))
             return;
     }
-    p.started = true;
     // A stop, next or exit typed while loading acts within a chunk.
     while (r.position() < p.to && !pc.stopRequest.load()) {
         const uint32_t n = r.read(data + r.position() * frameBytes,
@@ -148,7 +148,7 @@ uint64_t loadWholeFile(const PlayerControl& pc, DecoderStream& ds, uint8_t* data
         Piece& p = *pieces[i];
         const uint64_t leadBytes = p.leadFrames * frameBytes;
         const bool joins =
-            p.started &&
+            p.started() &&
             (leadBytes == 0 ||
              std::memcmp(p.lead.data(), data + p.from * frameBytes - leadBytes, leadBytes) == 0);
         if (!joins) {
